@@ -1,0 +1,292 @@
+// Tests of the stand-in platform libraries through their C and C++ surfaces,
+// with the environment pointing at files in a temporary directory.
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "stubs/lightcontrol/lightcontrol.h"
+#include "stubs/metrics/metrics_library.h"
+#include "stubs/pavo/pavo.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+class StubsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char dir[] = "/tmp/stubs_test.XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    dir_ = dir;
+  }
+
+  void TearDown() override {
+    for (const char* name : kVariables) unsetenv(name);
+    std::filesystem::remove_all(dir_);
+  }
+
+  std::string Path(const std::string& file) const { return dir_ + "/" + file; }
+
+  // Points environment variable |name| at |file| in the temporary directory.
+  void SetEnv(const char* name, const std::string& file) {
+    setenv(name, Path(file).c_str(), /*overwrite=*/1);
+  }
+
+  void WriteFile(const std::string& file, const std::string& contents) {
+    std::ofstream(Path(file), std::ios::binary | std::ios::trunc) << contents;
+  }
+
+  std::string ReadFile(const std::string& file) const {
+    std::ifstream in(Path(file), std::ios::binary);
+    std::ostringstream contents;
+    contents << in.rdbuf();
+    return contents.str();
+  }
+
+  std::vector<std::string> Lines(const std::string& file) const {
+    std::istringstream in(ReadFile(file));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+  }
+
+ private:
+  static constexpr const char* kVariables[] = {
+      "LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT",
+      "LIGHTCONTROL_PROXIMITY_DEVICE", "PAVO_LOG", "PAVO_CAPTURE", "PAVO_DOWN",
+      "METRICS_LOG", "ALSA_CONFIG_PATH"};
+
+  std::string dir_;
+};
+
+TEST_F(StubsTest, LightControlLogsEveryCallAsOneLine) {
+  SetEnv("LIGHTCONTROL_LOG", "light.log");
+  setenv("LIGHTCONTROL_PROXIMITY_DEVICE", "/dev/iio:device0", 1);
+  uint8_t level = 0;
+
+  light_init(true);
+  light_init(false);
+  EXPECT_EQ(light_set_state(6), 0);
+  EXPECT_EQ(light_set_state_with_transition(1, 0), 0);
+  EXPECT_EQ(light_set_master_brightness(76), 0);
+  EXPECT_EQ(light_set_master_brightness(255), 0);
+  EXPECT_FALSE(light_get_ambient_brightness(&level));
+  const char* path = light_get_proximity_device_path();
+  unsetenv("LIGHTCONTROL_PROXIMITY_DEVICE");
+  EXPECT_EQ(light_get_proximity_device_path(), nullptr);
+
+  // The first path is a copy owned by the library, kept through the change.
+  EXPECT_STREQ(path, "/dev/iio:device0");
+  EXPECT_THAT(Lines("light.log"),
+              ElementsAre("light_init 1", "light_init 0", "light_set_state 6",
+                          "light_set_state_with_transition 1 0",
+                          "light_set_master_brightness 76",
+                          "light_set_master_brightness 255",
+                          "light_get_ambient_brightness fail",
+                          "light_get_proximity_device_path /dev/iio:device0",
+                          "light_get_proximity_device_path null"));
+}
+
+TEST_F(StubsTest, LightControlReadsTheAmbientFileAtEachCall) {
+  const struct {
+    const char* text;
+    int level;  // -1: the reading fails.
+  } kCases[] = {
+      {"42\n", 42}, {"0", 0},     {"255", 255}, {" 7 \n", 7},  {"007", 7},
+      {"256", -1},  {"-1", -1},   {"+5", -1},   {"abc", -1},   {"", -1},
+      {"\n", -1},   {"4 2", -1},  {"12x", -1},  {"99999999999999999999", -1},
+  };
+  SetEnv("LIGHTCONTROL_LOG", "light.log");
+  SetEnv("LIGHTCONTROL_AMBIENT", "ambient");
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << "\"" << c.text << "\"");
+    WriteFile("ambient", c.text);
+    std::filesystem::remove(Path("light.log"));
+    uint8_t level = 99;
+
+    bool ok = light_get_ambient_brightness(&level);
+
+    EXPECT_EQ(ok, c.level >= 0);
+    EXPECT_EQ(level, c.level >= 0 ? c.level : 99);
+    EXPECT_THAT(Lines("light.log"),
+                ElementsAre(c.level >= 0 ? "light_get_ambient_brightness " +
+                                               std::to_string(c.level)
+                                         : "light_get_ambient_brightness fail"));
+  }
+
+  std::filesystem::remove(Path("ambient"));
+  uint8_t level = 99;
+  EXPECT_FALSE(light_get_ambient_brightness(&level));
+  EXPECT_EQ(level, 99);
+}
+
+TEST_F(StubsTest, LightControlWithoutEnvironmentIsASilentDevice) {
+  uint8_t level = 99;
+
+  light_init(false);
+  EXPECT_EQ(light_set_state(3), 0);
+  EXPECT_FALSE(light_get_ambient_brightness(&level));
+  EXPECT_EQ(light_get_proximity_device_path(), nullptr);
+
+  EXPECT_EQ(level, 99);
+  EXPECT_TRUE(std::filesystem::is_empty(Path("")));
+}
+
+TEST_F(StubsTest, PavoCapturesPlayedBytesAndLogsEveryCall) {
+  SetEnv("PAVO_LOG", "pavo.log");
+  SetEnv("PAVO_CAPTURE", "capture.raw");
+  const int16_t kStereo[] = {1, -2, 0x1234, 0x5678, -32768, 32767};
+  const int16_t kMono[] = {0x0a0b, 0x0c0d};
+  pavo_client* client = nullptr;
+
+  ASSERT_EQ(pavo_helper_create_connect(&client), 0);
+  ASSERT_NE(client, nullptr);
+  int device = pavo_client_get_first_dev_type_idx(client, 0, 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 3, 2, 48000, 2, device),
+            0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kMono, 2, 2, 48000, 1, device), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kMono, 0, 2, 48000, 1, device), 0);
+  pavo_client_destroy(client);
+
+  EXPECT_EQ(device, 0);
+  std::string expected(reinterpret_cast<const char*>(kStereo), sizeof(kStereo));
+  expected.append(reinterpret_cast<const char*>(kMono), sizeof(kMono));
+  EXPECT_EQ(ReadFile("capture.raw"), expected);
+  EXPECT_THAT(
+      Lines("pavo.log"),
+      ElementsAre(
+          "connect 0", "device 0 0 -> 0",
+          "play frames=3 format=2 rate=48000 channels=2 device=0 bytes=12 -> 0",
+          "play frames=2 format=2 rate=48000 channels=1 device=0 bytes=4 -> 0",
+          "play frames=0 format=2 rate=48000 channels=1 device=0 bytes=0 -> 0",
+          "destroy"));
+}
+
+TEST_F(StubsTest, PavoPlayedBytesFollowTheSampleFormat) {
+  const struct {
+    int format;
+    const char* line;  // Logged for 2 stereo frames.
+  } kCases[] = {
+      {0, "play frames=2 format=0 rate=8000 channels=2 device=0 bytes=4 -> 0"},
+      {2, "play frames=2 format=2 rate=8000 channels=2 device=0 bytes=8 -> 0"},
+      {10, "play frames=2 format=10 rate=8000 channels=2 device=0 bytes=16 -> 0"},
+      {-1, "play frames=2 format=-1 rate=8000 channels=2 device=0 bytes=0 -> -22"},
+      {999, "play frames=2 format=999 rate=8000 channels=2 device=0 bytes=0 -> -22"},
+  };
+  SetEnv("PAVO_LOG", "pavo.log");
+  SetEnv("PAVO_CAPTURE", "capture.raw");
+  const uint8_t kBuffer[16] = {};
+  pavo_client* client = nullptr;
+  ASSERT_EQ(pavo_helper_create_connect(&client), 0);
+
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.format);
+    std::filesystem::remove(Path("pavo.log"));
+    std::filesystem::remove(Path("capture.raw"));
+
+    int result = pavo_helper_play_buffer(client, kBuffer, 2, c.format, 8000, 2,
+                                         0);
+
+    EXPECT_EQ(result == 0, std::string(c.line).ends_with("-> 0"));
+    EXPECT_THAT(Lines("pavo.log"), ElementsAre(c.line));
+    EXPECT_EQ(ReadFile("capture.raw").size(),
+              result == 0 ? std::stoul(strstr(c.line, "bytes=") + 6) : 0u);
+  }
+  pavo_client_destroy(client);
+}
+
+TEST_F(StubsTest, PavoRefusesToConnectWhileTheDownFileExists) {
+  SetEnv("PAVO_LOG", "pavo.log");
+  SetEnv("PAVO_DOWN", "down");
+  WriteFile("down", "");
+  pavo_client* client = reinterpret_cast<pavo_client*>(1);
+
+  int down_result = pavo_helper_create_connect(&client);
+  pavo_client* down_client = client;
+  std::filesystem::remove(Path("down"));
+  int up_result = pavo_helper_create_connect(&client);
+  const int16_t kSamples[] = {5, 6};
+  // No capture file: the server takes the sound and nobody hears it.
+  int play_result = pavo_helper_play_buffer(client, kSamples, 2, 2, 48000, 1, 0);
+  pavo_client_destroy(client);
+
+  EXPECT_NE(down_result, 0);
+  EXPECT_EQ(down_client, nullptr);
+  EXPECT_EQ(up_result, 0);
+  EXPECT_EQ(play_result, 0);
+  EXPECT_THAT(
+      Lines("pavo.log"),
+      ElementsAre(
+          "connect " + std::to_string(down_result), "connect 0",
+          "play frames=2 format=2 rate=48000 channels=1 device=0 bytes=4 -> 0",
+          "destroy"));
+}
+
+// The sound device is chosen by the ALSA configuration, so a configuration in
+// the temporary directory stands in for a sound card.
+TEST_F(StubsTest, PavoPlaysThroughTheDefaultAlsaDevice) {
+  SetEnv("PAVO_LOG", "pavo.log");
+  // ALSA reloads its configuration only when the file list or a file's
+  // inode or mtime (whole seconds) changes: use a new file for each.
+  SetEnv("ALSA_CONFIG_PATH", "no-default.conf");
+  WriteFile("no-default.conf", "pcm.nothing { type null }\n");
+  pavo_client* client = nullptr;
+
+  int no_device_result = pavo_helper_create_connect(&client);
+
+  EXPECT_NE(no_device_result, 0);
+  EXPECT_EQ(client, nullptr);
+
+  SetEnv("ALSA_CONFIG_PATH", "file-default.conf");
+  WriteFile("file-default.conf", "pcm.!default { type file slave.pcm { type null }\n"
+                           "  file \"" + Path("card.raw") +
+                           "\" format \"raw\" }\n");
+  const int16_t kStereo[] = {1, 2, 3, 4};
+  const int16_t kMono[] = {7, 8, 9};
+  ASSERT_EQ(pavo_helper_create_connect(&client), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 2, 2, 48000, 2, 0), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 2, 2, 48000, 2, 0), 0);
+  // A new channel count sets the device up again.
+  EXPECT_EQ(pavo_helper_play_buffer(client, kMono, 3, 2, 48000, 1, 0), 0);
+  pavo_client_destroy(client);
+
+  std::string expected(reinterpret_cast<const char*>(kStereo), sizeof(kStereo));
+  expected += expected;
+  expected.append(reinterpret_cast<const char*>(kMono), sizeof(kMono));
+  EXPECT_EQ(ReadFile("card.raw"), expected);
+  std::vector<std::string> lines = Lines("pavo.log");
+  ASSERT_GE(lines.size(), 2u);
+  EXPECT_THAT(lines[0], MatchesRegex("connect -[0-9]+"));
+  EXPECT_EQ(lines[1], "connect 0");
+}
+
+TEST_F(StubsTest, MetricsAppendsEachSampleToTheLog) {
+  SetEnv("METRICS_LOG", "metrics.log");
+  metrics::MetricsLibrary metrics;
+  metrics.Init();
+
+  EXPECT_TRUE(metrics.SendEnumToUMA("AccessPoint.PrioritizeEvent", 1, 3));
+  EXPECT_TRUE(metrics.SendEnumToUMA("AccessPoint.PrioritizeEvent", 2, 3));
+  SetEnv("METRICS_LOG", "missing/metrics.log");
+  EXPECT_FALSE(metrics.SendEnumToUMA("AccessPoint.PrioritizeEvent", 1, 3));
+  unsetenv("METRICS_LOG");
+  EXPECT_TRUE(metrics.SendEnumToUMA("AccessPoint.PrioritizeEvent", 1, 3));
+
+  EXPECT_THAT(Lines("metrics.log"),
+              ElementsAre("enum AccessPoint.PrioritizeEvent 1 3",
+                          "enum AccessPoint.PrioritizeEvent 2 3"));
+}
+
+}  // namespace
