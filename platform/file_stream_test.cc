@@ -1,0 +1,218 @@
+#include "platform/file_stream.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/event_loop.h"
+#include "platform/fake_task_loop.h"
+
+namespace morvane::ap {
+namespace {
+
+using AccessMode = FileStream::AccessMode;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FileStreamTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(pipe2(fds_, O_CLOEXEC), 0);
+    ErrorPtr error;
+    stream_ = FileStream::FromFileDescriptor(fds_[0], /*own_descriptor=*/true,
+                                             &loop_, &error);
+    ASSERT_TRUE(stream_) << error->message();
+  }
+  void TearDown() override {
+    if (fds_[1] >= 0) close(fds_[1]);
+  }
+
+  void Write(const std::string& data) {
+    ASSERT_EQ(write(fds_[1], data.data(), data.size()),
+              static_cast<ssize_t>(data.size()));
+  }
+  void CloseWriter() {
+    close(fds_[1]);
+    fds_[1] = -1;
+  }
+  // Reads once into a 16-byte buffer; returns what was read.
+  std::string Read(bool* end_of_stream) {
+    char buffer[16];
+    size_t size_read = 99;
+    ErrorPtr error;
+    EXPECT_TRUE(stream_->ReadNonBlocking(buffer, sizeof(buffer), &size_read,
+                                         end_of_stream, &error));
+    return std::string(buffer, size_read);
+  }
+  bool Wait(ErrorPtr* error = nullptr) {
+    return stream_->WaitForData(
+        AccessMode::kRead,
+        [this](AccessMode mode) { calls_.push_back(static_cast<int>(mode)); },
+        error);
+  }
+
+  FakeTaskLoop loop_;
+  int fds_[2] = {-1, -1};
+  std::unique_ptr<FileStream> stream_;
+  std::vector<int> calls_;
+};
+
+TEST_F(FileStreamTest, ReadsWhatIsThereWithoutBlockingThenEndOfStream) {
+  ASSERT_TRUE(fcntl(fds_[0], F_GETFL) & O_NONBLOCK);
+  bool end_of_stream = true;
+
+  EXPECT_EQ(Read(&end_of_stream), "");
+  EXPECT_FALSE(end_of_stream);
+
+  Write("abc");
+  EXPECT_EQ(Read(&end_of_stream), "abc");
+  EXPECT_FALSE(end_of_stream);
+
+  Write("0123456789abcdefXY");
+  EXPECT_EQ(Read(nullptr), "0123456789abcdef");
+  CloseWriter();
+  EXPECT_EQ(Read(&end_of_stream), "XY");
+  EXPECT_FALSE(end_of_stream);
+  EXPECT_EQ(Read(&end_of_stream), "");
+  EXPECT_TRUE(end_of_stream);
+  EXPECT_TRUE(stream_->CanRead());
+}
+
+TEST_F(FileStreamTest, ReadErrorCarriesTheSystemText) {
+  ErrorPtr error;
+  auto writer = FileStream::FromFileDescriptor(fds_[1], false, &loop_, &error);
+  ASSERT_TRUE(writer);
+  char buffer[4];
+  size_t size_read = 99;
+
+  EXPECT_FALSE(writer->CanRead());
+  EXPECT_FALSE(writer->ReadNonBlocking(buffer, sizeof(buffer), &size_read,
+                                       nullptr, &error));
+
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain(), "ap");
+  EXPECT_EQ(error->code(), "io_error");
+  EXPECT_EQ(error->message(), "Bad file descriptor");
+  EXPECT_EQ(size_read, 0u);
+}
+
+TEST_F(FileStreamTest, InvalidDescriptorMakesNoStream) {
+  const int closed_fd = dup(fds_[1]);
+  close(closed_fd);
+
+  for (int fd : {-1, closed_fd}) {
+    SCOPED_TRACE(fd);
+    ErrorPtr error;
+    EXPECT_FALSE(FileStream::FromFileDescriptor(fd, true, &loop_, &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), "ap");
+    EXPECT_EQ(error->code(), "io_error");
+  }
+}
+
+TEST_F(FileStreamTest, WaitCallsBackOnceOnTheLoopWhenReadable) {
+  ASSERT_TRUE(Wait());
+  loop_.RunUntilIdle();
+  EXPECT_THAT(calls_, IsEmpty());
+
+  Write("x");
+  loop_.RunUntilIdle();
+  EXPECT_THAT(calls_, ElementsAre(static_cast<int>(AccessMode::kRead)));
+
+  Write("y");
+  loop_.RunUntilIdle();
+  EXPECT_THAT(calls_, ElementsAre(static_cast<int>(AccessMode::kRead)));
+}
+
+TEST_F(FileStreamTest, HangUpWakesTheWaiter) {
+  ASSERT_TRUE(Wait());
+
+  CloseWriter();
+  loop_.RunUntilIdle();
+
+  EXPECT_EQ(calls_.size(), 1u);
+}
+
+TEST_F(FileStreamTest, WaitFailsForWritingAndWhileOneIsPending) {
+  ErrorPtr error;
+  EXPECT_FALSE(stream_->WaitForData(
+      AccessMode::kWrite, [](AccessMode) {}, &error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), "io_error");
+
+  ASSERT_TRUE(Wait());
+  error.reset();
+  EXPECT_FALSE(Wait(&error));
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), "io_error");
+
+  Write("x");
+  loop_.RunUntilIdle();
+  EXPECT_EQ(calls_.size(), 1u);
+  EXPECT_TRUE(Wait());
+}
+
+TEST_F(FileStreamTest, CallbackMayWaitAgain) {
+  std::string received;
+  std::function<void(AccessMode)> drain = [&](AccessMode) {
+    received += Read(nullptr);
+    ASSERT_TRUE(stream_->WaitForData(AccessMode::kRead, drain, nullptr));
+  };
+  ASSERT_TRUE(stream_->WaitForData(AccessMode::kRead, drain, nullptr));
+
+  Write("ab");
+  loop_.RunUntilIdle();
+  Write("cd");
+  loop_.RunUntilIdle();
+
+  EXPECT_EQ(received, "abcd");
+  EXPECT_EQ(loop_.PendingTaskCount(), 1u);
+}
+
+TEST_F(FileStreamTest, CallbackMayDestroyTheStream) {
+  ASSERT_TRUE(stream_->WaitForData(
+      AccessMode::kRead, [this](AccessMode) { stream_.reset(); }, nullptr));
+
+  Write("x");
+  loop_.RunUntilIdle();
+
+  EXPECT_FALSE(stream_);
+}
+
+TEST_F(FileStreamTest, DestructionCancelsTheWaitAndClosesAnOwnedDescriptor) {
+  ASSERT_TRUE(Wait());
+  auto borrowed =
+      FileStream::FromFileDescriptor(fds_[1], false, &loop_, nullptr);
+  ASSERT_TRUE(borrowed);
+
+  stream_.reset();
+  borrowed.reset();
+
+  EXPECT_EQ(loop_.PendingTaskCount(), 0u);
+  EXPECT_EQ(fcntl(fds_[0], F_GETFD), -1);
+  EXPECT_NE(fcntl(fds_[1], F_GETFD), -1);
+  EXPECT_THAT(calls_, IsEmpty());
+}
+
+TEST(FileStreamOnEventLoopTest, WaitFailsWhenTheLoopCannotWatchTheDescriptor) {
+  ErrorPtr error;
+  auto loop = EventLoop::Create(&error);
+  ASSERT_TRUE(loop);
+  // epoll refuses regular files.
+  auto stream = FileStream::FromFileDescriptor(
+      open("/proc/self/exe", O_RDONLY | O_CLOEXEC), true, loop.get(), &error);
+  ASSERT_TRUE(stream);
+
+  EXPECT_FALSE(stream->WaitForData(
+      AccessMode::kRead, [](AccessMode) {}, &error));
+
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code(), "io_error");
+}
+
+}  // namespace
+}  // namespace morvane::ap

@@ -1,0 +1,129 @@
+#include "platform/file_util.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+namespace morvane::ap {
+namespace {
+
+class FileUtilTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char dir_template[] = "/tmp/file_util_test.XXXXXX";
+    ASSERT_NE(mkdtemp(dir_template), nullptr);
+    dir_ = dir_template;
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+
+  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+  std::string dir_;
+};
+
+TEST_F(FileUtilTest, ReadFileToStringReadsWholeFilesByteForByte) {
+  // Larger than one read, with every byte value including NUL.
+  std::string binary;
+  for (int i = 0; i < 40'000; ++i) binary.push_back(static_cast<char>(i % 256));
+  ASSERT_EQ(WriteFile(Path("clip.raw"), binary.data(),
+                      static_cast<int>(binary.size())),
+            static_cast<int>(binary.size()));
+  std::string contents;
+
+  ASSERT_TRUE(ReadFileToString(Path("clip.raw"), &contents));
+  EXPECT_EQ(contents, binary);
+
+  // A proc file reports size 0 but has contents.
+  ASSERT_TRUE(ReadFileToString("/proc/self/status", &contents));
+  EXPECT_THAT(contents, testing::HasSubstr("Pid:"));
+
+  contents = "stale";
+  EXPECT_FALSE(ReadFileToString(Path("missing"), &contents));
+  EXPECT_EQ(contents, "");
+  EXPECT_FALSE(ReadFileToString(dir_, &contents));
+}
+
+TEST_F(FileUtilTest, PathExistsForFilesAndDirectoriesOnly) {
+  ASSERT_EQ(WriteFile(Path("file"), "x", 1), 1);
+  std::filesystem::create_symlink(Path("nowhere"), Path("dangling"));
+
+  EXPECT_TRUE(PathExists(Path("file")));
+  EXPECT_TRUE(PathExists(dir_));
+  EXPECT_FALSE(PathExists(Path("missing")));
+  EXPECT_FALSE(PathExists(Path("dangling")));
+}
+
+TEST_F(FileUtilTest, WriteFileReplacesContentsWithExactlyTheBytesGiven) {
+  ASSERT_EQ(WriteFile(Path("attr"), "a much longer old value", 23), 23);
+
+  EXPECT_EQ(WriteFile(Path("attr"), "123", 3), 3);
+
+  std::string contents;
+  ASSERT_TRUE(ReadFileToString(Path("attr"), &contents));
+  EXPECT_EQ(contents, "123");
+  EXPECT_EQ(WriteFile(Path("empty"), "", 0), 0);
+  EXPECT_TRUE(PathExists(Path("empty")));
+}
+
+TEST_F(FileUtilTest, WriteFileFailsWithoutCreatingDirectories) {
+  EXPECT_EQ(WriteFile(Path("events/value"), "1", 1), -1);
+  EXPECT_FALSE(PathExists(Path("events")));
+  EXPECT_EQ(WriteFile(dir_, "1", 1), -1);
+  EXPECT_EQ(WriteFile(Path("negative"), "1", -1), -1);
+}
+
+TEST(RunCommandTest, SucceedsOnlyWhenTheProgramRanAndExitedWithZero) {
+  const struct {
+    std::vector<std::string> argv;
+    bool result;
+  } kCases[] = {
+      {{"true"}, true},
+      {{"false"}, false},
+      {{"sh", "-c", "exit 3"}, false},
+      {{"sh", "-c", "kill -TERM $$"}, false},
+      {{"no-such-program-for-run-command-test"}, false},
+      {{"/no/such/program"}, false},
+      {{}, false},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::PrintToString(c.argv));
+    EXPECT_EQ(RunCommand(c.argv), c.result);
+  }
+}
+
+TEST(RunCommandTest, ProgramGetsNullStreamsAndNoBlockedSignals) {
+  sigset_t block;
+  sigset_t old;
+  sigemptyset(&block);
+  sigaddset(&block, SIGTERM);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &block, &old), 0);
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+
+  const bool null_streams = RunCommand(
+      {"sh", "-c",
+       "echo out; echo err >&2; "
+       "for fd in 0 1 2; do "
+       "  [ \"$(readlink /proc/$$/fd/$fd)\" = /dev/null ] || exit 1; "
+       "done"});
+  // Not through sh: the shell clears its signal mask at start-up.
+  const bool unblocked = RunCommand(
+      {"grep", "-q", "^SigBlk:[[:space:]]*0*$", "/proc/self/status"});
+
+  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string err = testing::internal::GetCapturedStderr();
+  pthread_sigmask(SIG_SETMASK, &old, nullptr);
+  EXPECT_TRUE(null_streams);
+  EXPECT_TRUE(unblocked);
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "");
+}
+
+}  // namespace
+}  // namespace morvane::ap

@@ -1,0 +1,31 @@
+#ifndef PLATFORM_LOGGING_H_
+#define PLATFORM_LOGGING_H_
+
+namespace morvane::ap {
+
+// Where log lines go; combine with |.
+enum LogFlags {
+  // Every line also goes to syslog (facility daemon, tagged with the
+  // program's base name and pid).
+  kLogToSyslog = 1,
+  // Every line goes to standard error.
+  kLogToStderr = 2,
+  // Lines keep the header: severity, time, thread id and file:line on
+  // standard error; file:line in syslog, which adds its own time and pid.
+  kLogHeader = 4,
+};
+
+// Sets up glog (LOG, VLOG, CHECK) for the process: no log files are ever
+// written, lines go where |flags| say, and without kLogToStderr only fatal
+// lines reach standard error. A failed CHECK or LOG(FATAL) always prints its
+// condition and message to standard error and aborts.
+//
+// Call once at start-up, before anything logs. It sets glog's flag
+// variables directly, so it needs no command-line parsing before it; glog
+// flags parsed after it override it. A later call replaces the settings of
+// the earlier one.
+void InitLogging(const char* program_name, int flags);
+
+}  // namespace morvane::ap
+
+#endif  // PLATFORM_LOGGING_H_
