@@ -1,0 +1,144 @@
+#include "platform/dbus_message.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include "platform/bus.h"
+#include "platform/event_loop.h"
+#include "tests/fixtures/dbus_daemon_fixture.h"
+
+namespace morvane::ap {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr char kInvalidArgs[] = "org.freedesktop.DBus.Error.InvalidArgs";
+
+class MessageTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    daemon_ = new DbusDaemonFixture;
+    std::string error;
+    ASSERT_TRUE(daemon_->Start(&error)) << error;
+    daemon_->ExportAsSystemBus();
+  }
+  static void TearDownTestSuite() { delete daemon_; }
+
+  void SetUp() override {
+    loop_ = EventLoop::Create(nullptr);
+    ASSERT_TRUE(loop_);
+    bus_ = Bus::ConnectSystemBus(loop_.get(), nullptr);
+    ASSERT_TRUE(bus_);
+  }
+
+  // A call carrying |args|, sealed as a receiver would get it.
+  template <typename... T>
+  std::unique_ptr<Message> Sealed(const T&... args) {
+    std::unique_ptr<Message> message = Message::NewMethodCall(
+        bus_.get(), "org.tessaly.Test", "/", "org.tessaly.Test", "M", nullptr);
+    MessageWriter writer(message.get());
+    EXPECT_TRUE((writer.Append(args) && ...));
+    EXPECT_GE(sd_bus_message_seal(message->raw(), 1, 0), 0);
+    return message;
+  }
+
+  static DbusDaemonFixture* daemon_;
+  std::unique_ptr<EventLoop> loop_;
+  std::shared_ptr<Bus> bus_;
+};
+
+DbusDaemonFixture* MessageTest::daemon_ = nullptr;
+
+TEST_F(MessageTest, ReadsBackEveryTypeItWrote) {
+  const std::vector<uint8_t> bytes = {1, 0, 255};
+  auto message =
+      Sealed(uint32_t{7}, int32_t{-3}, true, std::string("text"),
+             ObjectPath{"/a/b"}, bytes, std::vector<std::string>{"x", ""},
+             std::vector<ObjectPath>{{"/p"}, {"/q"}});
+
+  uint32_t u = 0;
+  int32_t i = 0;
+  bool b = false;
+  std::string s;
+  ObjectPath o;
+  std::vector<uint8_t> ay;
+  std::vector<std::string> as;
+  std::vector<ObjectPath> ao;
+  ErrorPtr error;
+  MessageReader reader(message.get());
+  ASSERT_TRUE(ReadArgs(reader, &error, &u, &i, &b, &s, &o, &ay, &as, &ao));
+
+  EXPECT_EQ(u, 7u);
+  EXPECT_EQ(i, -3);
+  EXPECT_TRUE(b);
+  EXPECT_EQ(s, "text");
+  EXPECT_EQ(o.value, "/a/b");
+  EXPECT_EQ(ay, bytes);
+  EXPECT_THAT(as, ElementsAre("x", ""));
+  EXPECT_THAT(ao, ElementsAre(ObjectPath{"/p"}, ObjectPath{"/q"}));
+  EXPECT_FALSE(error);
+}
+
+TEST_F(MessageTest, ReportsMissingMismatchedAndExtraArguments) {
+  const char kTooFew[] = "Too few parameters in a method call";
+  const char kMismatch[] = "Method parameter type mismatch";
+  const char kTooMany[] = "Too many parameters in a method call";
+  struct Case {
+    const char* name;
+    std::unique_ptr<Message> message;
+    std::function<bool(MessageReader&, ErrorPtr*)> read;
+    const char* expected;
+  };
+  uint32_t u = 0;
+  std::string s;
+  std::vector<uint8_t> ay;
+  Case cases[] = {
+      {"no argument", Sealed(),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &u); },
+       kTooFew},
+      {"one of two", Sealed(std::string("a")),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &s, &u); },
+       kTooFew},
+      {"string for u", Sealed(std::string("a")),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &u); },
+       kMismatch},
+      {"i for u", Sealed(int32_t{1}),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &u); },
+       kMismatch},
+      {"as for ay", Sealed(std::vector<std::string>{"a"}),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &ay); },
+       kMismatch},
+      {"two for one", Sealed(uint32_t{1}, uint32_t{2}),
+       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &u); },
+       kTooMany},
+  };
+  for (Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ErrorPtr error;
+    MessageReader reader(c.message.get());
+
+    EXPECT_FALSE(c.read(reader, &error));
+
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), kDbusErrorDomain);
+    EXPECT_EQ(error->code(), kInvalidArgs);
+    EXPECT_EQ(error->message(), c.expected);
+  }
+}
+
+TEST_F(MessageTest, MismatchLeavesTheValueToBeReadAsItsOwnType) {
+  auto message = Sealed(std::string("kept"));
+  MessageReader reader(message.get());
+  uint32_t u = 0;
+  std::string s;
+
+  EXPECT_FALSE(reader.Read(&u, nullptr));
+
+  EXPECT_TRUE(reader.Read(&s, nullptr));
+  EXPECT_EQ(s, "kept");
+  EXPECT_TRUE(reader.ReadEnd(nullptr));
+}
+
+}  // namespace
+}  // namespace morvane::ap
