@@ -3,6 +3,7 @@
 #include <glog/logging.h>
 
 #include "common/storage.pb.h"
+#include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -32,7 +33,7 @@ AudioVisualDaemon::AudioVisualDaemon()
 
 AudioVisualDaemon::~AudioVisualDaemon() = default;
 
-void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer*) {
+void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   metrics_library_.Init();
 
   const std::string kNetworkCreationAudioFilename =
@@ -46,6 +47,11 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer*) {
   light_set_master_brightness(DeviceConfiguration().light_intensity());
 
   lighting_client_ = std::make_unique<LightingClient>();
+  lighting_manager_ =
+      std::make_unique<LightingManager>(loop(), lighting_client_.get());
+  lighting_manager_->RegisterAsync(
+      object_manager(),
+      sequencer->GetHandler("Manager.RegisterAsync() failed.", true));
 }
 
 }  // namespace morvane::ap

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "av/lighting_client.h"
+#include "av/lighting_manager.h"
 #include "platform/service_daemon.h"
 #include "stubs/metrics/metrics_library.h"
 
@@ -32,6 +33,7 @@ class AudioVisualDaemon : public ServiceDaemon {
   std::string system_setup_audio_;
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
+  std::unique_ptr<LightingManager> lighting_manager_;
 };
 
 }  // namespace morvane::ap

@@ -41,15 +41,16 @@ class AvdStartupTest : public testing::Test {
   DbusDaemonFixture bus_;
 };
 
-TEST_F(AvdStartupTest, InitialisesTheLightWithRawBrightness) {
+TEST_F(AvdStartupTest, InitialisesTheLightWithRawBrightnessThenShowsStartup) {
   AvdProcess avd(bus_.address());
   avd.Start();
 
-  ASSERT_TRUE(avd.WaitForLightCalls(2, kTimeout)) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitForLightCalls(3, kTimeout)) << avd.Stderr();
 
   // 30 is the record's default intensity as it is, not scaled to 76.
   EXPECT_THAT(avd.LightCalls(),
-              ElementsAre("light_init 1", "light_set_master_brightness 30"));
+              ElementsAre("light_init 1", "light_set_master_brightness 30",
+                          "light_set_state 0"));
   ExpectCleanExitOn(avd, SIGTERM);
 }
 

@@ -1,0 +1,274 @@
+#include "av/lighting_manager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "av/mock_lighting_client.h"
+#include "platform/fake_task_loop.h"
+
+namespace morvane::ap {
+namespace {
+
+using ::testing::InSequence;
+using ::testing::StrictMock;
+
+constexpr int64_t kSecondUs = 1'000'000;
+
+class LightingManagerTest : public testing::Test {
+ protected:
+  // Creates the manager, which shows state 0 at once.
+  void Start() {
+    EXPECT_CALL(lighting_, SetState(kLightStateStartup));
+    manager_ = std::make_unique<LightingManager>(&loop_, &lighting_);
+    Verify();
+  }
+
+  void Seconds(int64_t seconds) { loop_.FastForwardBy(seconds * kSecondUs); }
+
+  void ExpectState(int state) { EXPECT_CALL(lighting_, SetState(state)); }
+  void ExpectTransition(int state) {
+    EXPECT_CALL(lighting_, SetStateWithTransition(state, 0));
+  }
+  // Fails the test on any light call not expected before this point.
+  void Verify() { testing::Mock::VerifyAndClearExpectations(&lighting_); }
+
+  bool SetLedState(const std::string& state, const std::string& value,
+                   uint32_t seconds) {
+    ErrorPtr error;
+    const bool ok = manager_->SetLedState(&error, state, value, seconds);
+    EXPECT_EQ(error, nullptr);
+    return ok;
+  }
+  uint32_t StartOperation() {
+    uint32_t id = 0;
+    EXPECT_TRUE(manager_->SetOperationInProgress(nullptr, 77, &id));
+    return id;
+  }
+
+  FakeTaskLoop loop_;
+  StrictMock<MockLightingClient> lighting_;
+  std::unique_ptr<LightingManager> manager_;
+};
+
+TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
+  Start();
+
+  Seconds(59);
+  Verify();
+
+  ExpectState(kLightStateWanFailure);
+  Seconds(1);
+  Verify();
+
+  Seconds(600);  // nothing more is scheduled
+  EXPECT_EQ(loop_.PendingTaskCount(), 0u);
+}
+
+TEST_F(LightingManagerTest, ConnectionEndsTheGracePeriodForGood) {
+  Start();
+
+  ExpectState(kLightStateOnline);
+  manager_->SetConnected(true);
+  Verify();
+
+  manager_->SetConnected(true);  // unchanged: nothing sent
+  Verify();
+
+  ExpectState(kLightStateWanFailure);  // at once, not after the grace
+  manager_->SetConnected(false);
+  Verify();
+
+  Seconds(120);
+}
+
+TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSetup) {
+  Start();
+  EXPECT_TRUE(SetLedState("setup_activity", "scanning", 20));  // not in setup: unseen
+  Seconds(5);
+  Verify();
+
+  ExpectState(kLightStateSetupActivity);
+  manager_->SetSetupMode(true);
+  Verify();
+
+  ExpectState(kLightStateSetup);
+  Seconds(15);
+  Verify();
+
+  ExpectState(kLightStateSetupActivity);
+  EXPECT_TRUE(SetLedState("setup_activity", "", 3));
+  Verify();
+  ExpectState(kLightStateSetup);
+  Seconds(3);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
+  Start();
+  ExpectState(kLightStateSetup);
+  manager_->SetSetupMode(true);
+  Verify();
+
+  ExpectTransition(kLightStateOnline);
+  manager_->SetupCompleted();
+  Verify();
+
+  // The hold outlasts the start-up grace, which setup completion ended.
+  Seconds(29);
+  Verify();
+  ExpectState(kLightStateWanFailure);
+  Seconds(1);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, InSetupModeConnectingKeepsTheRingButEndsTheGrace) {
+  Start();
+  ExpectState(kLightStateSetup);
+  manager_->SetSetupMode(true);
+  Verify();
+
+  manager_->SetConnected(true);
+  Verify();
+
+  ExpectState(kLightStateOnline);
+  manager_->SetSetupMode(false);
+  Verify();
+  ExpectState(kLightStateWanFailure);
+  manager_->SetConnected(false);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, OperationIdentifiersCountUpWhateverTheArgument) {
+  Start();
+  ExpectState(kLightStateOperation);
+
+  EXPECT_EQ(StartOperation(), 1u);
+  EXPECT_EQ(StartOperation(), 2u);
+  EXPECT_EQ(StartOperation(), 3u);
+}
+
+TEST_F(LightingManagerTest, OperationInProgressRestartsItsThirtySeconds) {
+  Start();
+  ExpectState(kLightStateOperation);
+  StartOperation();
+  Seconds(20);
+  StartOperation();
+  Verify();
+
+  Seconds(29);
+  Verify();
+  ExpectState(kLightStateStartup);  // grace still running at 49 s
+  Seconds(1);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, RunningTimedStateIsRestartedByAShorterDuration) {
+  Start();
+  ExpectState(kLightStateOperation);
+  StartOperation();
+  Verify();
+
+  EXPECT_TRUE(SetLedState("vox", "in_progress", 5));
+  ExpectState(kLightStateStartup);
+  Seconds(5);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, DurationZeroEndsATimedStateAtOnce) {
+  Start();
+  ExpectState(kLightStateOperation);
+  StartOperation();
+  Verify();
+
+  ExpectState(kLightStateStartup);
+  EXPECT_TRUE(SetLedState("vox", "in_progress", 0));
+  Verify();
+
+  Seconds(30);  // the cancelled expiry never runs
+  Verify();
+}
+
+TEST_F(LightingManagerTest, SuccessIsSentByTransitionEvenWithoutChange) {
+  Start();
+
+  ExpectTransition(kLightStateStartup);
+  EXPECT_TRUE(manager_->SetOperationSucceeded(nullptr, 12345));
+  Verify();
+
+  {
+    InSequence s;
+    ExpectState(kLightStateOperation);
+    ExpectTransition(kLightStateStartup);
+  }
+  StartOperation();
+  EXPECT_TRUE(manager_->SetOperationSucceeded(nullptr, 1));
+  Verify();
+
+  ExpectTransition(kLightStateStartup);  // twice in a row: sent twice
+  manager_->ReapplyStateWithTransition();
+  ExpectTransition(kLightStateStartup);
+  manager_->ReapplyStateWithTransition();
+  Verify();
+}
+
+TEST_F(LightingManagerTest, CompletedWithADurationKeepsShowingTheOperation) {
+  Start();
+
+  ExpectTransition(kLightStateOperation);
+  EXPECT_TRUE(SetLedState("vox", "completed", 5));
+  Verify();
+
+  ExpectState(kLightStateStartup);
+  Seconds(5);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, FailureIsSentByThePlainCallOnlyOnChange) {
+  Start();
+  {
+    InSequence s;
+    ExpectState(kLightStateOperation);
+    ExpectState(kLightStateStartup);
+  }
+  StartOperation();
+  EXPECT_TRUE(manager_->SetOperationFailed(nullptr, 999));
+  Verify();
+
+  EXPECT_TRUE(manager_->SetOperationFailed(nullptr, 1));  // nothing to end
+  Verify();
+}
+
+TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
+  Start();
+  ExpectState(kLightStateSetup);
+  manager_->SetSetupMode(true);
+  Seconds(60);  // the grace ends unseen
+  Verify();
+
+  for (const char* name : {"wan_failure", "setup_complete", "Vox", "", "vox "}) {
+    SCOPED_TRACE(name);
+    EXPECT_FALSE(SetLedState(name, "in_progress", 10));
+  }
+  // Neither the hold (1) nor the grace (0) was started by the rejected calls.
+  ExpectState(kLightStateWanFailure);
+  manager_->SetSetupMode(false);
+  Verify();
+}
+
+TEST_F(LightingManagerTest, LongestDurationDoesNotOverflow) {
+  Start();
+  ExpectState(kLightStateOperation);
+  EXPECT_TRUE(SetLedState("vox", "in_progress", 4294967295u));
+  Verify();
+
+  loop_.FastForwardBy(int64_t{4294967294} * kSecondUs);
+  Verify();
+  ExpectState(kLightStateWanFailure);
+  Seconds(1);
+  Verify();
+}
+
+}  // namespace
+}  // namespace morvane::ap
