@@ -1,0 +1,46 @@
+#ifndef SIM_CONNECTION_MANAGER_PEER_H_
+#define SIM_CONNECTION_MANAGER_PEER_H_
+
+#include <systemd/sd-bus.h>
+
+#include <string>
+
+#include "platform/error.h"
+
+
+namespace morvane::ap {
+
+// The simulated connection manager: service "org.tessaly.quorrel", object
+// "/", interface "org.tessaly.quorrel.Manager" with GetProperties (which
+// includes "ConnectionState") and the PropertyChanged signal.
+class ConnectionManagerPeer {
+ public:
+  // |event| must outlive this object.
+  ConnectionManagerPeer(sd_event* event, std::string bus_address);
+  ConnectionManagerPeer(const ConnectionManagerPeer&) = delete;
+  ConnectionManagerPeer& operator=(const ConnectionManagerPeer&) = delete;
+  ~ConnectionManagerPeer();
+
+  // Joins the bus and claims the name. Returns false and adds to |error| on
+  // failure.
+  bool Start(ErrorPtr* error);
+  void Stop();
+
+  const std::string& connection_state() const { return connection_state_; }
+  // Stores |state| ("online", "offline", ...) and signals the change when it
+  // differs.
+  void SetConnectionState(const std::string& state);
+
+ private:
+  static int OnGetProperties(sd_bus_message* call, void* userdata,
+                             sd_bus_error* error);
+
+  sd_event* const event_;
+  const std::string bus_address_;
+  sd_bus* bus_ = nullptr;
+  std::string connection_state_ = "offline";
+};
+
+}  // namespace morvane::ap
+
+#endif  // SIM_CONNECTION_MANAGER_PEER_H_

@@ -1,0 +1,82 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using IoctlFunction = int (*)(int, unsigned long, ...);
+
+constexpr unsigned long kIioGetEventFdIoctl = 0x80046990UL;
+
+// Loads the preload library in-process and calls its ioctl directly.
+class IioPreloadTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/iio_preload_test.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
+    device_ = dir_ + "/iio:device0";
+    other_ = dir_ + "/other";
+    fifo_ = dir_ + "/events";
+    close(open(device_.c_str(), O_CREAT | O_WRONLY, 0600));
+    close(open(other_.c_str(), O_CREAT | O_WRONLY, 0600));
+    ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
+    // Held open for writing, as the simulator does.
+    writer_ = open(fifo_.c_str(), O_RDWR | O_NONBLOCK);
+    setenv("AP_SIM_IIO_DEVICE", device_.c_str(), 1);
+    setenv("AP_SIM_IIO_EVENTS", fifo_.c_str(), 1);
+    library_ = dlopen(SIM_IIO_PRELOAD_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library_, nullptr) << dlerror();
+    ioctl_ = reinterpret_cast<IoctlFunction>(dlsym(library_, "ioctl"));
+    ASSERT_NE(ioctl_, nullptr);
+  }
+
+  void TearDown() override {
+    if (library_) dlclose(library_);
+    if (writer_ >= 0) close(writer_);
+    unlink(device_.c_str());
+    unlink(other_.c_str());
+    unlink(fifo_.c_str());
+    rmdir(dir_.c_str());
+  }
+
+  std::string dir_, device_, other_, fifo_;
+  int writer_ = -1;
+  void* library_ = nullptr;
+  IoctlFunction ioctl_ = nullptr;
+};
+
+TEST_F(IioPreloadTest, AnswersTheEventDescriptorIoctlOnlyForTheSimulatedDevice) {
+  const int device = open(device_.c_str(), O_RDONLY);
+  int event_fd = -1;
+
+  ASSERT_EQ(ioctl_(device, kIioGetEventFdIoctl, &event_fd), 0);
+
+  ASSERT_GE(event_fd, 0);
+  const char record[16] = {1, 2, 3};
+  ASSERT_EQ(write(writer_, record, sizeof(record)), 16);
+  char read_back[16] = {};
+  EXPECT_EQ(read(event_fd, read_back, sizeof(read_back)), 16);
+  EXPECT_EQ(memcmp(record, read_back, sizeof(record)), 0);
+  close(event_fd);
+  close(device);
+
+  // Another file gets the C library's answer: a plain file has no ioctls.
+  const int other = open(other_.c_str(), O_RDONLY);
+  int untouched = -1;
+  errno = 0;
+  EXPECT_EQ(ioctl_(other, kIioGetEventFdIoctl, &untouched), -1);
+  EXPECT_EQ(errno, ENOTTY);
+  EXPECT_EQ(untouched, -1);
+  close(other);
+}
+
+}  // namespace

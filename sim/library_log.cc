@@ -1,0 +1,82 @@
+#include "sim/library_log.h"
+
+#include <cstdlib>
+#include <sstream>
+
+namespace morvane::ap {
+namespace {
+
+// Parses a whole decimal integer; nullopt for anything else.
+std::optional<int> ParseInt(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  char* end = nullptr;
+  const long value = strtol(text.c_str(), &end, 10);
+  if (*end != '\0') return std::nullopt;
+  return static_cast<int>(value);
+}
+
+bool StartsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+}  // namespace
+
+LibraryOutcome TranslateLightControlLine(const std::string& raw) {
+  std::istringstream in(raw);
+  std::string call;
+  in >> call;
+  std::string rest;
+  std::getline(in >> std::ws, rest);
+
+  LibraryOutcome out;
+  if (call == "light_set_state") {
+    out.line = "light state " + rest;
+    out.light_state = ParseInt(rest);
+  } else if (call == "light_set_state_with_transition") {
+    out.line = "light transition " + rest;
+    out.light_state = ParseInt(rest.substr(0, rest.find(' ')));
+  } else if (call == "light_init") {
+    out.line = "light init " + rest;
+  } else if (call == "light_set_master_brightness") {
+    out.line = "brightness " + rest;
+    out.brightness = ParseInt(rest);
+  } else if (call == "light_get_ambient_brightness") {
+    out.line = "ambient read " + rest;
+  } else if (call == "light_get_proximity_device_path") {
+    out.line = "proximity path " + rest;
+  } else {
+    out.line = "light " + raw;
+  }
+  return out;
+}
+
+LibraryOutcome TranslatePavoLine(const std::string& raw,
+                                 size_t network_creation_bytes,
+                                 size_t touch_feedback_bytes) {
+  LibraryOutcome out;
+  if (!StartsWith(raw, "play ")) {
+    out.line = "audio " + raw;
+    return out;
+  }
+  std::string clip = "unknown";
+  const size_t bytes_at = raw.find(" bytes=");
+  if (bytes_at != std::string::npos) {
+    const size_t bytes = strtoul(raw.c_str() + bytes_at + 7, nullptr, 10);
+    if (bytes == network_creation_bytes) {
+      clip = "network_creation";
+    } else if (bytes == touch_feedback_bytes) {
+      clip = "touch_feedback";
+    }
+  }
+  out.line = "sound " + clip + " " + raw.substr(5);
+  return out;
+}
+
+LibraryOutcome TranslateMetricsLine(const std::string& raw) {
+  LibraryOutcome out;
+  out.line = StartsWith(raw, "enum ") ? "metric " + raw.substr(5)
+                                      : "metric " + raw;
+  return out;
+}
+
+}  // namespace morvane::ap

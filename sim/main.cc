@@ -1,0 +1,123 @@
+// ap-sim: the whole access point on a workstation around the production
+// daemon. See sim-readme for the commands, keys and output lines.
+
+#include <gflags/gflags.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "platform/event_loop.h"
+#include "sim/script_ui.h"
+#include "sim/simulator.h"
+#include "sim/terminal_ui.h"
+
+DEFINE_bool(script, false,
+            "Read commands from stdin and print events as lines (the default "
+            "when stdin is not a terminal)");
+DEFINE_string(avd, "",
+              "Path of the daemon binary (default: the build tree's av/avd "
+              "next to this program, else avd in PATH)");
+DEFINE_string(preload, "",
+              "Path of the IIO preload library (default: next to this "
+              "program; \"none\" to run without it)");
+DEFINE_bool(developer, true,
+            "Simulate a developer device (is_developer_end_user exits 0)");
+DEFINE_bool(verified, false,
+            "Create the marker that makes a developer device act verified");
+DEFINE_bool(setup_completed, true, "Start with the device's setup completed");
+DEFINE_bool(wan_online, false, "Start with the WAN online");
+
+namespace morvane::ap {
+namespace {
+
+std::string ExecutableDirectory() {
+  char path[PATH_MAX];
+  const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
+  if (n <= 0) return ".";
+  path[n] = '\0';
+  std::string dir(path);
+  return dir.substr(0, dir.rfind('/'));
+}
+
+std::string DefaultAvdPath() {
+  const std::string built = ExecutableDirectory() + "/../av/avd";
+  return access(built.c_str(), X_OK) == 0 ? built : "avd";
+}
+
+int Main(bool script) {
+  // Children are watched through SIGCHLD on the loop; a closed stdout must
+  // not kill the simulator before it cleaned up.
+  sigset_t mask;
+  sigemptyset(&mask);
+  sigaddset(&mask, SIGCHLD);
+  sigprocmask(SIG_BLOCK, &mask, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  ErrorPtr error;
+  std::unique_ptr<EventLoop> loop = EventLoop::Create(&error);
+  if (!loop || !loop->QuitOnSignal(SIGINT, &error) ||
+      !loop->QuitOnSignal(SIGTERM, &error) ||
+      !loop->QuitOnSignal(SIGHUP, &error)) {
+    fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
+    return 1;
+  }
+
+  Simulator::Options options;
+  options.avd_path = FLAGS_avd.empty() ? DefaultAvdPath() : FLAGS_avd;
+  options.preload_path = FLAGS_preload.empty()
+                             ? ExecutableDirectory() + "/libsim_iio_preload.so"
+                             : FLAGS_preload == "none" ? "" : FLAGS_preload;
+  options.developer = FLAGS_developer;
+  options.simulate_verified = FLAGS_verified;
+  options.setup_completed = FLAGS_setup_completed;
+  options.wan_online = FLAGS_wan_online;
+
+  std::unique_ptr<ScriptUi> script_ui;
+  std::unique_ptr<TerminalUi> terminal_ui;
+  Simulator::Observer* observer = nullptr;
+  if (script) {
+    script_ui = std::make_unique<ScriptUi>(loop.get());
+    observer = script_ui.get();
+  } else {
+    terminal_ui = std::make_unique<TerminalUi>(loop.get());
+    observer = terminal_ui.get();
+  }
+
+  int code = 0;
+  {
+    Simulator simulator(loop.get(), options, observer);
+    if (terminal_ui && !terminal_ui->Start(&simulator, &error)) {
+      fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
+      return 1;
+    }
+    if (!simulator.Start(&error)) {
+      terminal_ui.reset();
+      fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
+      return 1;
+    }
+    if (script_ui) script_ui->Start(&simulator);
+    code = loop->Run();
+    simulator.Shutdown();
+    if (terminal_ui) terminal_ui->Stop();
+  }
+  if (script_ui) script_ui->OnLine("bye");
+  return code;
+}
+
+}  // namespace
+}  // namespace morvane::ap
+
+int main(int argc, char** argv) {
+  gflags::SetUsageMessage(
+      "Platform simulator: runs avd against simulated peers and devices");
+  gflags::ParseCommandLineFlags(&argc, &argv, true);
+  bool script = FLAGS_script;
+  if (gflags::GetCommandLineFlagInfoOrDie("script").is_default) {
+    script = !isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO);
+  }
+  return morvane::ap::Main(script);
+}

@@ -1,0 +1,179 @@
+#include "sim/sim_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "sim/clips.h"
+
+namespace morvane::ap {
+namespace {
+
+constexpr char kDomain[] = "sim";
+
+// Allows everything: the bus is private to one simulator run.
+constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=%s</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_type="method_return"/>
+    <allow send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="signal"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+  </policy>
+</busconfig>
+)";
+
+bool MakeDirs(const std::string& path, ErrorPtr* error) {
+  std::error_code ec;
+  std::filesystem::create_directories(path, ec);
+  if (ec) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to create %s: %s", path.c_str(),
+                       ec.message().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool MakeFifo(const std::string& path, ErrorPtr* error) {
+  if (mkfifo(path.c_str(), 0600) != 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to create FIFO %s: %s", path.c_str(),
+                       strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool WriteWholeFile(const std::string& path, const std::string& contents,
+                    ErrorPtr* error) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                      0644);
+  if (fd < 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to open %s: %s", path.c_str(), strerror(errno));
+    return false;
+  }
+  size_t done = 0;
+  while (done < contents.size()) {
+    const ssize_t n = write(fd, contents.data() + done, contents.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                         "Failed to write %s: %s", path.c_str(),
+                         strerror(errno));
+      close(fd);
+      return false;
+    }
+    done += static_cast<size_t>(n);
+  }
+  close(fd);
+  return true;
+}
+
+std::unique_ptr<SimDirectory> SimDirectory::Create(
+    const SimDirectoryOptions& options, ErrorPtr* error) {
+  const char* tmp = getenv("TMPDIR");
+  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") +
+                        "/ap-sim.XXXXXX";
+  if (!mkdtemp(pattern.data())) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to create a temporary directory: %s",
+                       strerror(errno));
+    return nullptr;
+  }
+  std::unique_ptr<SimDirectory> dir(new SimDirectory(pattern));
+  if (!dir->Populate(options, error)) return nullptr;  // Removes the tree.
+  return dir;
+}
+
+SimDirectory::~SimDirectory() {
+  std::error_code ec;
+  std::filesystem::remove_all(root_, ec);
+}
+
+bool SimDirectory::Populate(const SimDirectoryOptions& options,
+                            ErrorPtr* error) {
+  const std::string sounds = sysroot() + "/usr/share/sounds/ap";
+  for (const std::string& dir :
+       {bin_dir(), logs_dir(), sounds, sysroot() + "/usr/share/ap",
+        sysroot() + "/var/cache/vpd", sysroot() + "/usr/local/etc/ap",
+        iio_sysfs_dir() + "/events", root_ + "/dev/input"}) {
+    if (!MakeDirs(dir, error)) return false;
+  }
+
+  const std::string chime = MakeChimeClip();
+  const std::string click = MakeClickClip();
+  network_creation_bytes_ = chime.size();
+  touch_feedback_bytes_ = click.size();
+
+  char bus_config_text[sizeof(kBusConfigFormat) + 4096];
+  snprintf(bus_config_text, sizeof(bus_config_text), kBusConfigFormat,
+           bus_socket().c_str());
+
+  const struct {
+    std::string path;
+    std::string contents;
+  } kFiles[] = {
+      {sounds + "/network_creation.raw", chime},
+      {sounds + "/touch_feedback.raw", click},
+      {sysroot() + "/usr/share/ap/platform-settings.sh",
+       "# Simulated hardware model.\n"
+       "PLATFORM_TOUCH_INPUT_EVENT_PATH='" + touch_fifo() + "'\n"
+       "PLATFORM_SETUP_SSID_MODEL='sim'\n"
+       "PLATFORM_HAS_AUXILIARY_RADIO=1\n"
+       "PLATFORM_HAS_NSS_SUPPORT=0\n"},
+      {sysroot() + "/var/cache/vpd/full-v2.txt",
+       "\"ps_calibration\"=\"123\"\n"
+       "\"plthres\"=\"100\"\n"
+       "\"phthres\"=\"200\"\n"},
+      // Empty until the daemon calibrates the sensor.
+      {iio_sysfs_dir() + "/in_proximity_calibbias", ""},
+      {iio_sysfs_dir() + "/events/in_proximity_thresh_falling_value", ""},
+      {iio_sysfs_dir() + "/events/in_proximity_thresh_rising_value", ""},
+      {proximity_device(), ""},
+      {bus_config(), bus_config_text},
+      {bin_dir() + "/is_developer_end_user",
+       std::string("#!/bin/sh\nexit ") + (options.developer ? "0" : "1") +
+           "\n"},
+      {lightcontrol_log(), ""},
+      {pavo_log(), ""},
+      {metrics_log(), ""},
+      {avd_log(), ""},
+  };
+  for (const auto& file : kFiles) {
+    if (!WriteWholeFile(file.path, file.contents, error)) return false;
+  }
+  if (options.simulate_verified &&
+      !WriteWholeFile(sysroot() + "/usr/local/etc/ap/simulate-verified-mode",
+                      "", error)) {
+    return false;
+  }
+  if (chmod((bin_dir() + "/is_developer_end_user").c_str(), 0755) != 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to make is_developer_end_user executable: %s",
+                       strerror(errno));
+    return false;
+  }
+  return MakeFifo(touch_fifo(), error) && MakeFifo(iio_event_fifo(), error);
+}
+
+}  // namespace morvane::ap

@@ -1,0 +1,633 @@
+#include "sim/simulator.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <systemd/sd-bus.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+#include "platform/event_loop.h"
+#include "sim/library_log.h"
+#include "sim/peer_bus.h"
+
+extern char** environ;
+
+namespace morvane::ap {
+namespace {
+
+constexpr char kDomain[] = "sim";
+constexpr char kAvdService[] = "org.tessaly.ap.AudioVisual";
+constexpr char kManagerPath[] = "/org/tessaly/ap/AudioVisual/Manager";
+constexpr char kManagerInterface[] = "org.tessaly.ap.AudioVisual.Manager";
+constexpr int64_t kBusStartTimeoutMs = 10'000;
+constexpr int64_t kStopGraceUs = 5'000'000;
+constexpr int kIntensityStep = 10;
+// The touch button's key code: a WPS-style button.
+constexpr uint16_t kButtonKeyCode = 0x211;
+// Spacing of the two wave events by their timestamps.
+constexpr int64_t kWaveGapNs = 200'000'000;
+
+std::string Trim(const std::string& text) {
+  const size_t begin = text.find_first_not_of(" \t\r\n");
+  if (begin == std::string::npos) return "";
+  const size_t end = text.find_last_not_of(" \t\r\n");
+  return text.substr(begin, end - begin + 1);
+}
+
+bool ParseNumber(const std::string& text, long min, long max, long* out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const long value = strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || value < min || value > max) return false;
+  *out = value;
+  return true;
+}
+
+int64_t MonotonicNs() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+int64_t WallUs() {
+  timespec ts{};
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
+}
+
+// Our environment with |overrides| (NAME=VALUE) replacing same-named entries.
+std::vector<std::string> MakeEnvironment(
+    const std::vector<std::string>& overrides) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    const std::string entry = *e;
+    const std::string name = entry.substr(0, entry.find('=') + 1);
+    bool replaced = false;
+    for (const std::string& o : overrides) {
+      if (o.compare(0, name.size(), name) == 0) replaced = true;
+    }
+    if (!replaced) env.push_back(entry);
+  }
+  env.insert(env.end(), overrides.begin(), overrides.end());
+  return env;
+}
+
+}  // namespace
+
+const char Simulator::kHelp[] =
+    "commands:\n"
+    "  wave                      hand wave over the proximity sensor\n"
+    "  press                     one touch button press and release\n"
+    "  wan online|offline        connection manager's ConnectionState\n"
+    "  group failure|ok|root|nonroot|leave|join\n"
+    "  setup completed|reset     the controller's setup-completed flag\n"
+    "  intensity up|down|N       light_intensity (0..100) via the controller\n"
+    "  auto on|off               enable_automatic_intensity\n"
+    "  ambient N|fail            ambient light level 0..255\n"
+    "  audio down|up             the audio server refuses connections\n"
+    "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
+    "  led NAME VALUE SECONDS    SetLedState on the daemon's Manager\n"
+    "  restart controller|avd    restart a peer or the daemon\n"
+    "  echo TEXT                 prints \"echo TEXT\"\n"
+    "  help, quit\n";
+
+Simulator::Simulator(EventLoop* loop, Options options, Observer* observer)
+    : loop_(loop), options_(std::move(options)), observer_(observer) {
+  state_.setup_completed = options_.setup_completed;
+  state_.wan_online = options_.wan_online;
+}
+
+Simulator::~Simulator() { Shutdown(); }
+
+void Simulator::Report(const std::string& line) { observer_->OnLine(line); }
+
+void Simulator::Changed() { observer_->OnStateChanged(); }
+
+bool Simulator::Start(ErrorPtr* error) {
+  SimDirectoryOptions dir_options;
+  dir_options.developer = options_.developer;
+  dir_options.simulate_verified = options_.simulate_verified;
+  directory_ = SimDirectory::Create(dir_options, error);
+  if (!directory_) return false;
+  Report("sim dir " + directory_->root());
+  if (!WriteWholeFile(directory_->ambient_file(),
+                      std::to_string(state_.ambient) + "\n", error) ||
+      !StartBus(error) || !ConnectObserver(error)) {
+    return false;
+  }
+
+  const std::string& address = bus_address_;
+  controller_ = std::make_unique<ControllerPeer>(
+      loop_->event(), address, [this](const std::string& line) {
+        Report(line);
+        state_.light_intensity = controller_->configuration().light_intensity();
+        state_.automatic_intensity =
+            controller_->configuration().enable_automatic_intensity();
+        Changed();
+      });
+  DeviceConfiguration config;
+  config.set_light_intensity(state_.light_intensity);
+  config.set_enable_automatic_intensity(false);
+  config.mutable_default_prioritized_device()->set_mac_address(
+      "02:00:00:5e:00:01");
+  config.mutable_default_prioritized_device()->set_expiration_time(600);
+  controller_->SetConfiguration(config);
+  controller_->SetSetupCompleted(state_.setup_completed);
+  group_monitor_ = std::make_unique<GroupMonitorPeer>(loop_->event(), address);
+  connection_manager_ =
+      std::make_unique<ConnectionManagerPeer>(loop_->event(), address);
+  connection_manager_->SetConnectionState(state_.wan_online ? "online"
+                                                            : "offline");
+  upstart_ = std::make_unique<UpstartPeer>(
+      loop_->event(), address, [this](const std::string& line) { Report(line); });
+  if (!controller_->Start(error) || !group_monitor_->Join(error) ||
+      !connection_manager_->Start(error) || !upstart_->Start(error)) {
+    return false;
+  }
+
+  if (!touch_fifo_.Open(directory_->touch_fifo(), error) ||
+      !iio_fifo_.Open(directory_->iio_event_fifo(), error) ||
+      !WatchFiles(error)) {
+    return false;
+  }
+  StartAvd();
+  Changed();
+  return true;
+}
+
+bool Simulator::StartBus(ErrorPtr* error) {
+  int pipe_fds[2];
+  if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to make a pipe: %s", strerror(errno));
+    return false;
+  }
+  bus_daemon_ = std::make_unique<ChildProcess>(loop_->event());
+  const bool started = bus_daemon_->Start(
+      {"dbus-daemon", "--config-file=" + directory_->bus_config(), "--nofork",
+       "--print-address"},
+      MakeEnvironment({}), pipe_fds[1], -1,
+      [this](int status) {
+        Report("bus exited " + DescribeWaitStatus(status));
+        loop_->Quit(1);
+      },
+      error);
+  close(pipe_fds[1]);
+  if (!started) {
+    close(pipe_fds[0]);
+    return false;
+  }
+  // The daemon prints its address once it listens.
+  std::string line;
+  pollfd pfd{pipe_fds[0], POLLIN, 0};
+  const int64_t deadline = MonotonicNs() + kBusStartTimeoutMs * 1'000'000;
+  while (line.find('\n') == std::string::npos) {
+    const int64_t left_ms = (deadline - MonotonicNs()) / 1'000'000;
+    if (left_ms <= 0 || poll(&pfd, 1, static_cast<int>(left_ms)) <= 0) break;
+    char buffer[256];
+    const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
+    if (n <= 0) break;
+    line.append(buffer, static_cast<size_t>(n));
+  }
+  close(pipe_fds[0]);
+  bus_address_ = Trim(line);
+  if (bus_address_.empty()) {
+    Error::AddTo(error, FROM_HERE, kDomain, "bus",
+                 "Failed to start dbus-daemon: it printed no address");
+    return false;
+  }
+  Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
+         " address=" + bus_address_);
+  return true;
+}
+
+bool Simulator::ConnectObserver(ErrorPtr* error) {
+  observer_bus_ = ConnectToBus(bus_address_, loop_->event(), error);
+  if (!observer_bus_) return false;
+  const int r = sd_bus_match_signal(
+      observer_bus_, nullptr, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+      "org.freedesktop.DBus", "NameOwnerChanged",
+      &Simulator::OnNameOwnerChangedThunk, this);
+  if (r < 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "dbus",
+                       "Failed to watch name owners: %s", strerror(-r));
+    return false;
+  }
+  return true;
+}
+
+bool Simulator::WatchFiles(ErrorPtr* error) {
+  watcher_ = std::make_unique<FileWatcher>(loop_);
+  const SimDirectory& dir = *directory_;
+  const size_t chime = dir.network_creation_bytes();
+  const size_t click = dir.touch_feedback_bytes();
+  if (!watcher_->Init(error) ||
+      !watcher_->TailLines(dir.lightcontrol_log(),
+                           [this](const std::string& l) { OnLightLine(l); },
+                           error) ||
+      !watcher_->TailLines(
+          dir.pavo_log(),
+          [this, chime, click](const std::string& l) {
+            const LibraryOutcome out = TranslatePavoLine(l, chime, click);
+            if (out.line.rfind("sound ", 0) == 0) {
+              state_.last_sound = out.line.substr(6, out.line.find(' ', 6) - 6);
+              Changed();
+            }
+            Report(out.line);
+          },
+          error) ||
+      !watcher_->TailLines(
+          dir.metrics_log(),
+          [this](const std::string& l) { Report(TranslateMetricsLine(l).line); },
+          error) ||
+      !watcher_->TailLines(
+          dir.avd_log(), [this](const std::string& l) { Report("avd: " + l); },
+          error)) {
+    return false;
+  }
+  for (const char* attribute :
+       {"in_proximity_calibbias", "events/in_proximity_thresh_falling_value",
+        "events/in_proximity_thresh_rising_value"}) {
+    const std::string name = attribute;
+    if (!watcher_->WatchContent(
+            dir.iio_sysfs_dir() + "/" + name,
+            [this, name](const std::string& content) {
+              Report("sysfs " + name + " " + Trim(content));
+            },
+            error)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void Simulator::StartAvd() {
+  const SimDirectory& dir = *directory_;
+  touch_fifo_.Drain();
+  iio_fifo_.Drain();
+  const char* path = getenv("PATH");
+  const char* asan = getenv("ASAN_OPTIONS");
+  std::vector<std::string> overrides = {
+      "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address_,
+      "AVD_SYSROOT=" + dir.sysroot(),
+      "LIGHTCONTROL_LOG=" + dir.lightcontrol_log(),
+      "LIGHTCONTROL_AMBIENT=" + dir.ambient_file(),
+      "LIGHTCONTROL_PROXIMITY_DEVICE=" + dir.proximity_device(),
+      "PAVO_LOG=" + dir.pavo_log(),
+      "PAVO_CAPTURE=" + dir.pavo_capture_file(),
+      "PAVO_DOWN=" + dir.pavo_down_file(),
+      "METRICS_LOG=" + dir.metrics_log(),
+      "PATH=" + dir.bin_dir() + ":" + (path ? path : "/usr/bin:/bin"),
+      "AP_SIM_IIO_DEVICE=" + dir.proximity_device(),
+      "AP_SIM_IIO_EVENTS=" + dir.iio_event_fifo(),
+      // A sanitized daemon refuses a preload library ahead of its runtime.
+      std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
+          "verify_asan_link_order=0",
+  };
+  if (!options_.preload_path.empty()) {
+    overrides.push_back("LD_PRELOAD=" + options_.preload_path);
+  }
+  const int log_fd = open(dir.avd_log().c_str(),
+                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+  avd_ = std::make_unique<ChildProcess>(loop_->event());
+  ErrorPtr error;
+  const bool started = avd_->Start(
+      {options_.avd_path}, MakeEnvironment(overrides), log_fd, log_fd,
+      [this](int status) {
+        // Lines the daemon wrote just before it ended come first.
+        watcher_->Poll();
+        Report("avd exited " + DescribeWaitStatus(status));
+        state_.avd_running = false;
+        state_.avd_ready = false;
+        state_.avd_pid = -1;
+        Changed();
+      },
+      &error);
+  if (log_fd >= 0) close(log_fd);
+  if (!started) {
+    Report("avd failed to start: " + error->message());
+    return;
+  }
+  state_.avd_running = true;
+  state_.avd_pid = avd_->pid();
+  Report("avd started pid=" + std::to_string(avd_->pid()));
+  Changed();
+}
+
+void Simulator::StopAvd() {
+  if (!avd_ || !avd_->running()) return;
+  const int status = avd_->Stop(kStopGraceUs);
+  if (watcher_) watcher_->Poll();
+  Report("avd exited " + DescribeWaitStatus(status));
+  state_.avd_running = false;
+  state_.avd_ready = false;
+  state_.avd_pid = -1;
+  Changed();
+}
+
+void Simulator::Shutdown() {
+  if (shut_down_) return;
+  shut_down_ = true;
+  StopAvd();
+  avd_.reset();
+  // Calls still pending get no reply once the connection is gone.
+  observer_bus_ = sd_bus_flush_close_unref(observer_bus_);
+  manager_calls_.clear();
+  upstart_.reset();
+  connection_manager_.reset();
+  group_monitor_.reset();
+  controller_.reset();
+  watcher_.reset();
+  bus_daemon_.reset();
+  directory_.reset();
+}
+
+bool Simulator::Execute(const std::string& command_line) {
+  std::istringstream in(command_line);
+  std::string command;
+  std::string arg;
+  in >> command >> arg;
+  std::string rest;
+  std::getline(in >> std::ws, rest);
+  long number = 0;
+
+  if (command.empty() || command[0] == '#') return true;
+  if (shut_down_ && command != "quit") {
+    Report("error simulator is shut down");
+    return false;
+  }
+  if (command == "wave") {
+    InjectWave();
+  } else if (command == "press") {
+    InjectPress();
+  } else if (command == "wan" && (arg == "online" || arg == "offline")) {
+    SetWan(arg == "online");
+  } else if (command == "group" && GroupCommand(arg)) {
+  } else if (command == "setup" && (arg == "completed" || arg == "reset")) {
+    SetSetupCompleted(arg == "completed");
+  } else if (command == "intensity" && arg == "up") {
+    SetIntensity(std::min(100, state_.light_intensity + kIntensityStep));
+  } else if (command == "intensity" && arg == "down") {
+    SetIntensity(std::max(0, state_.light_intensity - kIntensityStep));
+  } else if (command == "intensity" && ParseNumber(arg, 0, 100, &number)) {
+    SetIntensity(static_cast<int>(number));
+  } else if (command == "auto" && (arg == "on" || arg == "off")) {
+    SetAutomaticIntensity(arg == "on");
+  } else if (command == "ambient" && arg == "fail") {
+    SetAmbient(-1);
+  } else if (command == "ambient" && ParseNumber(arg, 0, 255, &number)) {
+    SetAmbient(static_cast<int>(number));
+  } else if (command == "audio" && (arg == "down" || arg == "up")) {
+    SetAudioDown(arg == "down");
+  } else if (command == "op" && arg == "start") {
+    CallManager("SetOperationInProgress", "inject op start",
+                "operation started", 0);
+  } else if (command == "op" && (arg == "succeed" || arg == "fail")) {
+    const std::string id = "id=" + std::to_string(state_.last_operation_id);
+    CallManager(arg == "succeed" ? "SetOperationSucceeded"
+                                 : "SetOperationFailed",
+                "inject op " + arg + " " + id,
+                std::string("operation ") +
+                    (arg == "succeed" ? "succeeded " : "failed ") + id,
+                state_.last_operation_id);
+  } else if (command == "led" && !arg.empty()) {
+    std::istringstream args(rest);
+    std::string value;
+    std::string seconds;
+    args >> value >> seconds;
+    if (!ParseNumber(seconds, 0, UINT32_MAX, &number)) {
+      Report("error usage: led NAME VALUE SECONDS");
+      return false;
+    }
+    CallSetLedState(arg, value, static_cast<uint32_t>(number));
+  } else if (command == "restart" && arg == "controller") {
+    RestartController();
+  } else if (command == "restart" && arg == "avd") {
+    Report("inject restart avd");
+    StopAvd();
+    StartAvd();
+  } else if (command == "echo") {
+    Report(Trim("echo " + arg + " " + rest));
+  } else if (command == "help") {
+    std::istringstream help(kHelp);
+    for (std::string line; std::getline(help, line);) Report(line);
+  } else if (command == "quit") {
+    loop_->Quit(0);
+  } else {
+    Report("error unknown command: " + Trim(command_line));
+    return false;
+  }
+  return true;
+}
+
+void Simulator::InjectWave() {
+  const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
+  Report(sent ? "inject wave" : "inject wave dropped: event FIFO full");
+}
+
+void Simulator::InjectPress() {
+  const bool sent =
+      touch_fifo_.Write(MakeButtonPressRecords(kButtonKeyCode, WallUs()));
+  Report(sent ? "inject press" : "inject press dropped: input FIFO full");
+}
+
+void Simulator::SetWan(bool online) {
+  state_.wan_online = online;
+  connection_manager_->SetConnectionState(online ? "online" : "offline");
+  Report(std::string("inject wan ") + (online ? "online" : "offline"));
+  Changed();
+}
+
+bool Simulator::GroupCommand(const std::string& what) {
+  ErrorPtr error;
+  if (what == "failure") {
+    group_monitor_->SetIsRoot(false);
+    group_monitor_->SetConnectedToRoot(false);
+  } else if (what == "ok") {
+    group_monitor_->SetConnectedToRoot(true);
+  } else if (what == "root") {
+    group_monitor_->SetIsRoot(true);
+  } else if (what == "nonroot") {
+    group_monitor_->SetIsRoot(false);
+  } else if (what == "leave") {
+    group_monitor_->Leave();
+  } else if (what == "join") {
+    if (!group_monitor_->Join(&error)) {
+      Report("error " + error->message());
+    }
+  } else {
+    return false;
+  }
+  state_.is_root = group_monitor_->is_root();
+  state_.connected_to_root = group_monitor_->connected_to_root();
+  state_.group_joined = group_monitor_->joined();
+  Report("inject group " + what);
+  Changed();
+  return true;
+}
+
+void Simulator::SetSetupCompleted(bool completed) {
+  state_.setup_completed = completed;
+  controller_->SetSetupCompleted(completed);
+  Report(std::string("inject setup ") + (completed ? "completed" : "reset"));
+  Changed();
+}
+
+void Simulator::SetIntensity(int percent) {
+  DeviceConfiguration config = controller_->configuration();
+  config.set_light_intensity(percent);
+  controller_->SetConfiguration(config);
+  state_.light_intensity = percent;
+  Report("inject config light_intensity=" + std::to_string(percent));
+  Changed();
+}
+
+void Simulator::SetAutomaticIntensity(bool enabled) {
+  DeviceConfiguration config = controller_->configuration();
+  config.set_enable_automatic_intensity(enabled);
+  controller_->SetConfiguration(config);
+  state_.automatic_intensity = enabled;
+  Report(std::string("inject config enable_automatic_intensity=") +
+         (enabled ? "1" : "0"));
+  Changed();
+}
+
+void Simulator::SetAmbient(int level) {
+  state_.ambient = level;
+  if (level < 0) {
+    unlink(directory_->ambient_file().c_str());
+    Report("inject ambient fail");
+  } else {
+    ErrorPtr error;
+    if (!WriteWholeFile(directory_->ambient_file(),
+                        std::to_string(level) + "\n", &error)) {
+      Report("error " + error->message());
+    }
+    Report("inject ambient " + std::to_string(level));
+  }
+  Changed();
+}
+
+void Simulator::SetAudioDown(bool down) {
+  state_.audio_down = down;
+  if (down) {
+    ErrorPtr error;
+    if (!WriteWholeFile(directory_->pavo_down_file(), "", &error)) {
+      Report("error " + error->message());
+    }
+  } else {
+    unlink(directory_->pavo_down_file().c_str());
+  }
+  Report(std::string("inject audio ") + (down ? "down" : "up"));
+  Changed();
+}
+
+void Simulator::RestartController() {
+  Report("inject restart controller");
+  controller_->Stop();
+  ErrorPtr error;
+  if (!controller_->Start(&error)) Report("error " + error->message());
+  state_.controller_running = controller_->running();
+  Changed();
+}
+
+void Simulator::CallManager(const char* method, const std::string& inject,
+                            const std::string& label, uint32_t argument) {
+  Report(inject);
+  // Asynchronous: a hung daemon must never stall the simulator.
+  SendManagerCall(label, method, "u", argument);
+}
+
+void Simulator::CallSetLedState(const std::string& name,
+                                const std::string& value, uint32_t seconds) {
+  Report("inject led " + name + " " + value + " " + std::to_string(seconds));
+  SendManagerCall("led", "SetLedState", "ssu", name.c_str(), value.c_str(),
+                  seconds);
+}
+
+template <typename... Args>
+void Simulator::SendManagerCall(const std::string& label, const char* method,
+                                const char* signature, Args... args) {
+  manager_calls_.push_back({this, label, {}});
+  auto it = std::prev(manager_calls_.end());
+  it->self = it;
+  const int r = sd_bus_call_method_async(
+      observer_bus_, nullptr, kAvdService, kManagerPath, kManagerInterface,
+      method, &Simulator::OnManagerReply, &*it, signature, args...);
+  if (r < 0) {
+    Report(label + " error " + strerror(-r));
+    manager_calls_.erase(it);
+  }
+}
+
+int Simulator::OnManagerReply(sd_bus_message* reply, void* userdata,
+                              sd_bus_error*) {
+  auto* call = static_cast<ManagerCall*>(userdata);
+  Simulator* self = call->simulator;
+  const std::string label = call->label;
+  self->manager_calls_.erase(call->self);
+
+  const sd_bus_error* error = sd_bus_message_get_error(reply);
+  if (error) {
+    self->Report(label + " error " + (error->name ? error->name : "") + ": " +
+                 (error->message ? error->message : ""));
+    return 0;
+  }
+  if (label == "operation started") {
+    uint32_t id = 0;
+    if (sd_bus_message_read(reply, "u", &id) < 0) {
+      self->Report("operation started error: reply without an id");
+      return 0;
+    }
+    self->state_.last_operation_id = id;
+    self->Report("operation started id=" + std::to_string(id));
+    self->Changed();
+  } else {
+    self->Report(label == "led" ? "led ok" : label);
+  }
+  return 0;
+}
+
+void Simulator::OnLightLine(const std::string& raw) {
+  const LibraryOutcome out = TranslateLightControlLine(raw);
+  if (raw.rfind("light_init", 0) == 0) state_.light_initialized = true;
+  if (out.light_state) state_.light_state = *out.light_state;
+  if (raw.rfind("light_set_state_with_transition", 0) == 0) {
+    ++state_.transitions;
+  }
+  if (out.brightness) state_.brightness = *out.brightness;
+  Report(out.line);
+  Changed();
+}
+
+int Simulator::OnNameOwnerChangedThunk(sd_bus_message* message, void* userdata,
+                                       sd_bus_error*) {
+  static_cast<Simulator*>(userdata)->OnNameOwnerChanged(message);
+  return 0;
+}
+
+void Simulator::OnNameOwnerChanged(sd_bus_message* message) {
+  const char* name = nullptr;
+  const char* old_owner = nullptr;
+  const char* new_owner = nullptr;
+  if (sd_bus_message_read(message, "sss", &name, &old_owner, &new_owner) < 0 ||
+      strcmp(name, kAvdService) != 0) {
+    return;
+  }
+  if (new_owner && *new_owner) {
+    state_.avd_ready = true;
+    Report("ready");
+  } else {
+    state_.avd_ready = false;
+    Report("avd left the bus");
+  }
+  Changed();
+}
+
+}  // namespace morvane::ap

@@ -1,0 +1,164 @@
+#ifndef SIM_SIMULATOR_H_
+#define SIM_SIMULATOR_H_
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "platform/error.h"
+#include "sim/child_process.h"
+#include "sim/connection_manager_peer.h"
+#include "sim/controller_peer.h"
+#include "sim/device_inputs.h"
+#include "sim/file_watcher.h"
+#include "sim/group_monitor_peer.h"
+#include "sim/sim_directory.h"
+#include "sim/upstart_peer.h"
+
+
+namespace morvane::ap {
+
+class EventLoop;
+
+// What the simulated device shows and how its world is set, for the views.
+struct SimState {
+  int light_state = -1;  // -1 until the daemon sets one.
+  int brightness = -1;   // 0..255; -1 until the daemon sets one.
+  int transitions = 0;   // Count of transition calls, for a view to flash.
+  bool light_initialized = false;
+  bool wan_online = false;
+  bool group_joined = true;
+  bool is_root = true;
+  bool connected_to_root = true;
+  bool setup_completed = true;
+  bool automatic_intensity = false;
+  int light_intensity = 30;
+  int ambient = 128;  // -1: the sensor reading fails.
+  bool audio_down = false;
+  bool controller_running = true;
+  bool avd_running = false;
+  bool avd_ready = false;  // The daemon owns its service name.
+  int avd_pid = -1;
+  uint32_t last_operation_id = 0;
+  std::string last_sound;
+};
+
+// The whole simulated device: a private bus, the sysroot, the peers, the
+// device inputs and the daemon under test. Reports every injected event and
+// every observed outcome as one line (see sim-readme for the forms).
+class Simulator {
+ public:
+  class Observer {
+   public:
+    virtual ~Observer() = default;
+    // One injected event or observed outcome, e.g. "light state 6".
+    virtual void OnLine(const std::string& line) = 0;
+    // The state changed; a view may redraw.
+    virtual void OnStateChanged() = 0;
+  };
+
+  struct Options {
+    std::string avd_path;
+    std::string preload_path;  // Empty: the daemon runs without it.
+    bool developer = true;
+    bool simulate_verified = false;
+    bool setup_completed = true;
+    bool wan_online = false;
+  };
+
+  // |loop| and |observer| must outlive this object.
+  Simulator(EventLoop* loop, Options options, Observer* observer);
+  Simulator(const Simulator&) = delete;
+  Simulator& operator=(const Simulator&) = delete;
+  // Shuts down whatever still runs.
+  ~Simulator();
+
+  // Builds the directory, starts the bus, the peers and the daemon. Returns
+  // false and adds to |error| if the world cannot be built; the daemon's own
+  // failure to start is reported as a line instead.
+  bool Start(ErrorPtr* error);
+
+  // Runs one command line (see kHelp). Reports "error ..." and returns false
+  // for a command it does not know. "quit" ends the loop.
+  bool Execute(const std::string& command);
+
+  // Stops the daemon (reporting how it exited), the peers and the bus, and
+  // removes the directory. Safe to call more than once.
+  void Shutdown();
+
+  const SimState& state() const { return state_; }
+  // Null after Shutdown().
+  const SimDirectory* directory() const { return directory_.get(); }
+
+  static const char kHelp[];
+
+ private:
+  bool StartBus(ErrorPtr* error);
+  bool ConnectObserver(ErrorPtr* error);
+  bool WatchFiles(ErrorPtr* error);
+  void StartAvd();
+  void StopAvd();
+  void Report(const std::string& line);
+  void Changed();
+
+  void InjectWave();
+  void InjectPress();
+  void SetWan(bool online);
+  bool GroupCommand(const std::string& what);
+  void SetSetupCompleted(bool completed);
+  void SetIntensity(int percent);
+  void SetAutomaticIntensity(bool enabled);
+  void SetAmbient(int level);
+  void SetAudioDown(bool down);
+  void CallManager(const char* method, const std::string& inject,
+                   const std::string& label, uint32_t argument);
+  // Calls |method| on the daemon's Manager without waiting; the reply is
+  // reported as |label| plus the outcome.
+  template <typename... Args>
+  void SendManagerCall(const std::string& label, const char* method,
+                       const char* signature, Args... args);
+  void CallSetLedState(const std::string& name, const std::string& value,
+                       uint32_t seconds);
+  void RestartController();
+
+  void OnLightLine(const std::string& raw);
+  void OnNameOwnerChanged(sd_bus_message* message);
+  static int OnNameOwnerChangedThunk(sd_bus_message* message, void* userdata,
+                                     sd_bus_error* error);
+  static int OnManagerReply(sd_bus_message* reply, void* userdata,
+                            sd_bus_error* error);
+
+  // One outstanding call to the daemon's Manager.
+  struct ManagerCall {
+    Simulator* simulator;
+    std::string label;
+    std::list<ManagerCall>::iterator self;
+  };
+
+  EventLoop* const loop_;
+  const Options options_;
+  Observer* const observer_;
+  SimState state_;
+  bool shut_down_ = false;
+
+  std::unique_ptr<SimDirectory> directory_;
+  std::unique_ptr<ChildProcess> bus_daemon_;
+  std::string bus_address_;
+  sd_bus* observer_bus_ = nullptr;
+  std::unique_ptr<ControllerPeer> controller_;
+  std::unique_ptr<GroupMonitorPeer> group_monitor_;
+  std::unique_ptr<ConnectionManagerPeer> connection_manager_;
+  std::unique_ptr<UpstartPeer> upstart_;
+  std::unique_ptr<FileWatcher> watcher_;
+  FifoWriter touch_fifo_;
+  FifoWriter iio_fifo_;
+  std::unique_ptr<ChildProcess> avd_;
+  std::list<ManagerCall> manager_calls_;
+};
+
+}  // namespace morvane::ap
+
+#endif  // SIM_SIMULATOR_H_

@@ -1,0 +1,44 @@
+#ifndef SIM_UPSTART_PEER_H_
+#define SIM_UPSTART_PEER_H_
+
+#include <systemd/sd-bus.h>
+
+#include <functional>
+#include <string>
+
+#include "platform/error.h"
+
+
+namespace morvane::ap {
+
+// The simulated init system: service "com.ubuntu.Upstart", object
+// "/com/ubuntu/Upstart", interface "com.ubuntu.Upstart0_6". Records every
+// EmitEvent as a line "upstart <name>[ <env>...][ wait]".
+class UpstartPeer {
+ public:
+  using Reporter = std::function<void(const std::string& line)>;
+
+  // |event| must outlive this object.
+  UpstartPeer(sd_event* event, std::string bus_address, Reporter report);
+  UpstartPeer(const UpstartPeer&) = delete;
+  UpstartPeer& operator=(const UpstartPeer&) = delete;
+  ~UpstartPeer();
+
+  // Joins the bus and claims the name. Returns false and adds to |error| on
+  // failure.
+  bool Start(ErrorPtr* error);
+  void Stop();
+
+ private:
+  static int OnEmitEvent(sd_bus_message* call, void* userdata,
+                         sd_bus_error* error);
+
+  sd_event* const event_;
+  const std::string bus_address_;
+  const Reporter report_;
+  sd_bus* bus_ = nullptr;
+};
+
+}  // namespace morvane::ap
+
+#endif  // SIM_UPSTART_PEER_H_

@@ -1,0 +1,163 @@
+// The production avd under the simulator, driven through script mode.
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/e2e/sim_process.h"
+
+namespace morvane::ap {
+namespace {
+
+class SimE2eTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_STRNE(AVD_BINARY, "")
+        << "the avd target does not exist in this build";
+    ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
+  }
+
+  // Waits for |line| at |from| or later and returns its index.
+  size_t Expect(const std::string& line, size_t from = 0) {
+    const std::optional<size_t> at = sim_.WaitForLine(line, from);
+    EXPECT_TRUE(at.has_value()) << "no line \"" << line << "\" after line "
+                                << from << "; output:\n"
+                                << sim_.Transcript();
+    return at.value_or(sim_.lines().size());
+  }
+
+  // The value after |prefix| on the first line that starts with it.
+  std::string ValueAfter(const std::string& prefix) {
+    const std::optional<size_t> at = sim_.WaitForPrefix(prefix);
+    EXPECT_TRUE(at.has_value()) << "no line starting \"" << prefix
+                                << "\"; output:\n" << sim_.Transcript();
+    if (!at) return "";
+    const std::string& line = sim_.lines()[*at];
+    const std::string rest = line.substr(prefix.size());
+    return rest.substr(0, rest.find(' '));
+  }
+
+  void WaitUntilReady() {
+    Expect("ready");
+    Expect("light state 0");
+  }
+
+  SimProcess sim_;
+};
+
+TEST_F(SimE2eTest, StartUpInitialisesTheLightThenShowsStartupState) {
+  const size_t init = Expect("light init 1");
+  const size_t brightness = Expect("brightness 30");
+  const size_t state = Expect("light state 0");
+  Expect("ready");
+
+  EXPECT_LT(init, brightness) << sim_.Transcript();
+  EXPECT_LT(brightness, state) << sim_.Transcript();
+}
+
+TEST(SimDeveloperModeTest, NonDeveloperDeviceInitialisesTheLightInVerifiedMode) {
+  ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
+  SimProcess verified;
+  ASSERT_TRUE(verified.Start(AP_SIM_BINARY, AVD_BINARY, {"--developer=false"}));
+  EXPECT_TRUE(verified.WaitForLine("light init 0"))
+      << verified.Transcript();
+}
+
+TEST_F(SimE2eTest, OperationsOverTheBusDriveTheRing) {
+  WaitUntilReady();
+
+  sim_.Send("op start");
+  const size_t first = Expect("operation started id=1");
+  Expect("light state 6");
+  sim_.Send("op start");
+  Expect("operation started id=2", first);
+
+  // Success shows the underlying state through the transition call.
+  sim_.Send("op succeed");
+  const size_t succeeded = Expect("operation succeeded id=2");
+  Expect("light transition 0 0");
+
+  // Failure goes back to it through the plain call.
+  sim_.Send("op start");
+  Expect("operation started id=3", succeeded);
+  const size_t shown_again = Expect("light state 6", succeeded);
+  sim_.Send("op fail");
+  Expect("operation failed id=3");
+  Expect("light state 0", shown_again);
+
+  sim_.Send("echo done");
+  Expect("echo done");
+  // The second start while 6 was showing changed nothing on the ring.
+  EXPECT_EQ(sim_.Count("light state 6"), 2u) << sim_.Transcript();
+}
+
+TEST_F(SimE2eTest, RejectedLedStateIsAnErrorReply) {
+  WaitUntilReady();
+
+  sim_.Send("led wan_failure x 10");
+
+  EXPECT_TRUE(sim_.WaitForPrefix("led error org.freedesktop.DBus.Error"))
+      << sim_.Transcript();
+}
+
+TEST_F(SimE2eTest, RestartedDaemonStartsOverAndClaimsItsNameAgain) {
+  WaitUntilReady();
+  const size_t before = sim_.lines().size();
+
+  sim_.Send("restart avd");
+
+  Expect("avd exited status=0", before);
+  const size_t restarted = Expect("light init 1", before);
+  Expect("ready", before);
+  Expect("light state 0", restarted);
+}
+
+// Each way of ending the simulator stops the daemon cleanly and leaves no
+// process and no directory behind.
+TEST(SimShutdownTest, LeavesNothingBehind) {
+  ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
+  for (const char* how : {"quit", "end of input", "SIGTERM", "SIGINT"}) {
+    SCOPED_TRACE(how);
+    SimProcess sim;
+    ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY));
+    ASSERT_TRUE(sim.WaitForLine("ready")) << sim.Transcript();
+    auto value = [&](const std::string& prefix) {
+      const std::string line = sim.lines()[*sim.WaitForPrefix(prefix)];
+      const std::string rest = line.substr(prefix.size());
+      return rest.substr(0, rest.find(' '));
+    };
+    const std::string dir = value("sim dir ");
+    const pid_t bus_pid = std::atoi(value("bus started pid=").c_str());
+    const pid_t avd_pid = std::atoi(value("avd started pid=").c_str());
+    ASSERT_GT(bus_pid, 0);
+    ASSERT_GT(avd_pid, 0);
+
+    const std::string h = how;
+    if (h == "quit") {
+      sim.Send("quit");
+    } else if (h == "end of input") {
+      sim.CloseInput();
+    } else {
+      kill(sim.pid(), h == "SIGTERM" ? SIGTERM : SIGINT);
+    }
+
+    EXPECT_EQ(sim.WaitForExit(), std::optional<int>(0)) << sim.Transcript();
+    EXPECT_TRUE(sim.WaitForLine("avd exited status=0")) << sim.Transcript();
+    EXPECT_TRUE(sim.WaitForLine("bye")) << sim.Transcript();
+    // Both were the simulator's children and were reaped by it.
+    EXPECT_EQ(kill(bus_pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
+    EXPECT_EQ(kill(avd_pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
+    struct stat st {};
+    EXPECT_NE(stat(dir.c_str(), &st), 0) << dir << " is still there";
+  }
+}
+
+}  // namespace
+}  // namespace morvane::ap

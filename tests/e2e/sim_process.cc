@@ -1,0 +1,179 @@
+#include "tests/e2e/sim_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace morvane::ap {
+namespace {
+
+int64_t NowMs() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1'000'000;
+}
+
+}  // namespace
+
+SimProcess::~SimProcess() {
+  // End of input quits cleanly, so the simulator removes its directory.
+  CloseInput();
+  if (pid_ > 0 && !reaped_) WaitForExit(kDefaultTimeoutMs);
+  if (from_sim_ >= 0) close(from_sim_);
+  if (pid_ > 0 && !reaped_) {
+    // SIGKILL: the simulator's children die with it (parent-death signal).
+    kill(pid_, SIGKILL);
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+}
+
+bool SimProcess::Start(const std::string& sim_binary,
+                       const std::string& avd_binary,
+                       const std::vector<std::string>& extra_args) {
+  int in[2];
+  int out[2];
+  if (pipe2(in, O_CLOEXEC) != 0) return false;
+  if (pipe2(out, O_CLOEXEC) != 0) {
+    close(in[0]);
+    close(in[1]);
+    return false;
+  }
+  std::vector<std::string> args = {sim_binary, "--script",
+                                   "--avd=" + avd_binary};
+  args.insert(args.end(), extra_args.begin(), extra_args.end());
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+
+  pid_ = fork();
+  if (pid_ < 0) return false;
+  if (pid_ == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    dup2(out[1], 2);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  to_sim_ = in[1];
+  from_sim_ = out[0];
+  // A test that stops reading must not block the simulator's pipe writes
+  // forever; it is killed at the end anyway.
+  signal(SIGPIPE, SIG_IGN);
+  return true;
+}
+
+bool SimProcess::Send(const std::string& command) {
+  const std::string line = command + "\n";
+  return to_sim_ >= 0 &&
+         write(to_sim_, line.data(), line.size()) ==
+             static_cast<ssize_t>(line.size());
+}
+
+void SimProcess::CloseInput() {
+  if (to_sim_ >= 0) close(to_sim_);
+  to_sim_ = -1;
+}
+
+bool SimProcess::ReadSome(int64_t timeout_ms) {
+  if (from_sim_ < 0) return false;
+  pollfd pfd{from_sim_, POLLIN, 0};
+  const int r = poll(&pfd, 1, static_cast<int>(std::max<int64_t>(0, timeout_ms)));
+  if (r <= 0) return true;  // Nothing yet; the caller checks its deadline.
+  char buffer[4096];
+  const ssize_t n = read(from_sim_, buffer, sizeof(buffer));
+  if (n <= 0) {
+    close(from_sim_);
+    from_sim_ = -1;
+    return false;
+  }
+  partial_.append(buffer, static_cast<size_t>(n));
+  size_t start = 0;
+  for (size_t nl; (nl = partial_.find('\n', start)) != std::string::npos;
+       start = nl + 1) {
+    lines_.push_back(partial_.substr(start, nl - start));
+  }
+  partial_.erase(0, start);
+  return true;
+}
+
+template <typename Match>
+std::optional<size_t> SimProcess::WaitFor(Match match, size_t from,
+                                          int64_t timeout_ms) {
+  const int64_t deadline = NowMs() + timeout_ms;
+  for (size_t checked = from;;) {
+    for (; checked < lines_.size(); ++checked) {
+      if (match(lines_[checked])) return checked;
+    }
+    const int64_t left = deadline - NowMs();
+    if (left <= 0 || !ReadSome(left)) {
+      // Lines read by the last call still count.
+      for (; checked < lines_.size(); ++checked) {
+        if (match(lines_[checked])) return checked;
+      }
+      return std::nullopt;
+    }
+  }
+}
+
+std::optional<size_t> SimProcess::WaitForLine(const std::string& line,
+                                              size_t from,
+                                              int64_t timeout_ms) {
+  return WaitFor([&](const std::string& l) { return l == line; }, from,
+                 timeout_ms);
+}
+
+std::optional<size_t> SimProcess::WaitForPrefix(const std::string& prefix,
+                                                size_t from,
+                                                int64_t timeout_ms) {
+  return WaitFor(
+      [&](const std::string& l) { return l.compare(0, prefix.size(), prefix) == 0; },
+      from, timeout_ms);
+}
+
+std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
+  if (reaped_) return exit_code_;
+  const int64_t deadline = NowMs() + timeout_ms;
+  for (;;) {
+    // Keep draining output so the simulator never blocks on a full pipe.
+    if (from_sim_ >= 0) {
+      ReadSome(10);
+    } else {
+      usleep(10'000);
+    }
+    int status = 0;
+    const pid_t r = waitpid(pid_, &status, WNOHANG);
+    if (r == pid_) {
+      reaped_ = true;
+      exit_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      while (ReadSome(0)) {
+        if (from_sim_ < 0) break;
+        pollfd pfd{from_sim_, POLLIN, 0};
+        if (poll(&pfd, 1, 0) <= 0) break;
+      }
+      return exit_code_;
+    }
+    if (NowMs() >= deadline) return std::nullopt;
+  }
+}
+
+std::string SimProcess::Transcript() const {
+  std::string out;
+  for (const std::string& line : lines_) out += "  | " + line + "\n";
+  return out;
+}
+
+size_t SimProcess::Count(const std::string& line) const {
+  size_t n = 0;
+  for (const std::string& l : lines_) n += l == line;
+  return n;
+}
+
+}  // namespace morvane::ap

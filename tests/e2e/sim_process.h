@@ -1,0 +1,76 @@
+#ifndef TESTS_E2E_SIM_PROCESS_H_
+#define TESTS_E2E_SIM_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace morvane::ap {
+
+// Runs `ap-sim --script` with pipes on stdin and stdout (stderr joins
+// stdout) and lets a test wait for its output lines with a time-out. The
+// destructor kills the simulator by pid if it still runs, so a hung run
+// fails the test instead of hanging it.
+class SimProcess {
+ public:
+  SimProcess() = default;
+  SimProcess(const SimProcess&) = delete;
+  SimProcess& operator=(const SimProcess&) = delete;
+  ~SimProcess();
+
+  // Starts |sim_binary| --script --avd=|avd_binary| plus |extra_args|.
+  // Returns false if it cannot be started.
+  bool Start(const std::string& sim_binary, const std::string& avd_binary,
+             const std::vector<std::string>& extra_args = {});
+
+  // Sends one command line.
+  bool Send(const std::string& command);
+
+  // Closes the simulator's stdin (end of input).
+  void CloseInput();
+
+  // Waits until a line equal to |line| appears at index |from| or later and
+  // returns its index; nullopt on time-out or when the simulator ended first.
+  std::optional<size_t> WaitForLine(const std::string& line, size_t from = 0,
+                                    int64_t timeout_ms = kDefaultTimeoutMs);
+
+  // As WaitForLine, for the first line that starts with |prefix|.
+  std::optional<size_t> WaitForPrefix(const std::string& prefix,
+                                      size_t from = 0,
+                                      int64_t timeout_ms = kDefaultTimeoutMs);
+
+  // Waits for the simulator to exit; returns its exit code, or nullopt on
+  // time-out (it is then still running).
+  std::optional<int> WaitForExit(int64_t timeout_ms = kDefaultTimeoutMs);
+
+  // Every line read so far, and all of them as one text for failure output.
+  const std::vector<std::string>& lines() const { return lines_; }
+  std::string Transcript() const;
+  size_t Count(const std::string& line) const;
+
+  pid_t pid() const { return pid_; }
+
+  static constexpr int64_t kDefaultTimeoutMs = 15'000;
+
+ private:
+  // Reads what is available, waiting at most |timeout_ms|. False at end of
+  // output.
+  bool ReadSome(int64_t timeout_ms);
+  template <typename Match>
+  std::optional<size_t> WaitFor(Match match, size_t from, int64_t timeout_ms);
+
+  pid_t pid_ = -1;
+  int to_sim_ = -1;
+  int from_sim_ = -1;
+  std::string partial_;
+  std::vector<std::string> lines_;
+  bool reaped_ = false;
+  int exit_code_ = -1;
+};
+
+}  // namespace morvane::ap
+
+#endif  // TESTS_E2E_SIM_PROCESS_H_
