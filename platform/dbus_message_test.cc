@@ -6,7 +6,7 @@
 
 #include "platform/bus.h"
 #include "platform/event_loop.h"
-#include "tests/fixtures/dbus_daemon_fixture.h"
+#include "tests/fixtures/bus_test.h"
 
 namespace morvane::ap {
 namespace {
@@ -15,21 +15,11 @@ using testing::ElementsAre;
 
 constexpr char kInvalidArgs[] = "org.freedesktop.DBus.Error.InvalidArgs";
 
-class MessageTest : public testing::Test {
+class MessageTest : public BusTest {
  protected:
-  static void SetUpTestSuite() {
-    daemon_ = new DbusDaemonFixture;
-    std::string error;
-    ASSERT_TRUE(daemon_->Start(&error)) << error;
-    daemon_->ExportAsSystemBus();
-  }
-  static void TearDownTestSuite() { delete daemon_; }
-
   void SetUp() override {
-    loop_ = EventLoop::Create(nullptr);
-    ASSERT_TRUE(loop_);
-    bus_ = Bus::ConnectSystemBus(loop_.get(), nullptr);
-    ASSERT_TRUE(bus_);
+    BusTest::SetUp();
+    if (HasFatalFailure()) return;
   }
 
   // A call carrying |args|, sealed as a receiver would get it.
@@ -43,12 +33,8 @@ class MessageTest : public testing::Test {
     return message;
   }
 
-  static DbusDaemonFixture* daemon_;
-  std::unique_ptr<EventLoop> loop_;
-  std::shared_ptr<Bus> bus_;
 };
 
-DbusDaemonFixture* MessageTest::daemon_ = nullptr;
 
 TEST_F(MessageTest, ReadsBackEveryTypeItWrote) {
   const std::vector<uint8_t> bytes = {1, 0, 255};

@@ -8,7 +8,7 @@
 
 #include "platform/bus.h"
 #include "platform/event_loop.h"
-#include "tests/fixtures/dbus_daemon_fixture.h"
+#include "tests/fixtures/bus_test.h"
 
 namespace morvane::ap {
 namespace {
@@ -73,21 +73,11 @@ class TestPeer {
   std::thread thread_;
 };
 
-class MethodCallTest : public testing::Test {
+class MethodCallTest : public BusTest {
  protected:
-  static void SetUpTestSuite() {
-    daemon_ = new DbusDaemonFixture;
-    std::string error;
-    ASSERT_TRUE(daemon_->Start(&error)) << error;
-    daemon_->ExportAsSystemBus();
-  }
-  static void TearDownTestSuite() { delete daemon_; }
-
   void SetUp() override {
-    loop_ = EventLoop::Create(nullptr);
-    ASSERT_TRUE(loop_);
-    bus_ = Bus::ConnectSystemBus(loop_.get(), nullptr);
-    ASSERT_TRUE(bus_);
+    BusTest::SetUp();
+    if (HasFatalFailure()) return;
     peer_ = std::make_unique<TestPeer>(*daemon_);
   }
 
@@ -100,13 +90,9 @@ class MethodCallTest : public testing::Test {
                               method, error, args...);
   }
 
-  static DbusDaemonFixture* daemon_;
-  std::unique_ptr<EventLoop> loop_;
-  std::shared_ptr<Bus> bus_;
   std::unique_ptr<TestPeer> peer_;
 };
 
-DbusDaemonFixture* MethodCallTest::daemon_ = nullptr;
 
 TEST_F(MethodCallTest, ReturnsTheReplyValues) {
   ErrorPtr error;

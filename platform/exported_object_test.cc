@@ -12,7 +12,7 @@
 #include "platform/bus.h"
 #include "platform/event_loop.h"
 #include "platform/exported_object_manager.h"
-#include "tests/fixtures/dbus_daemon_fixture.h"
+#include "tests/fixtures/bus_test.h"
 
 namespace morvane::ap {
 namespace {
@@ -29,21 +29,11 @@ constexpr int64_t kWaitUs = 5'000'000;
 
 using Append = std::function<void(sd_bus_message*)>;
 
-class ExportedObjectTest : public testing::Test {
+class ExportedObjectTest : public BusTest {
  protected:
-  static void SetUpTestSuite() {
-    daemon_ = new DbusDaemonFixture;
-    std::string error;
-    ASSERT_TRUE(daemon_->Start(&error)) << error;
-    daemon_->ExportAsSystemBus();
-  }
-  static void TearDownTestSuite() { delete daemon_; }
-
   void SetUp() override {
-    loop_ = EventLoop::Create(nullptr);
-    ASSERT_TRUE(loop_);
-    bus_ = Bus::ConnectSystemBus(loop_.get(), nullptr);
-    ASSERT_TRUE(bus_);
+    BusTest::SetUp();
+    if (HasFatalFailure()) return;
     object_manager_ = std::make_unique<ExportedObjectManager>(bus_, kRoot);
     ASSERT_TRUE(object_manager_->Register(nullptr));
     client_ = daemon_->Connect();
@@ -157,9 +147,6 @@ class ExportedObjectTest : public testing::Test {
     return 0;
   }
 
-  static DbusDaemonFixture* daemon_;
-  std::unique_ptr<EventLoop> loop_;
-  std::shared_ptr<Bus> bus_;
   std::unique_ptr<ExportedObjectManager> object_manager_;
   std::unique_ptr<ExportedObject> object_;
   sd_bus* client_ = nullptr;
@@ -167,7 +154,6 @@ class ExportedObjectTest : public testing::Test {
   std::vector<std::pair<std::string, std::string>> signals_;
 };
 
-DbusDaemonFixture* ExportedObjectTest::daemon_ = nullptr;
 
 TEST_F(ExportedObjectTest, MethodsOfEachShapeAnswer) {
   Export();
