@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <systemd/sd-bus.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 
 #include "platform/event_loop.h"
 #include "sim/library_log.h"
-#include "sim/peer_bus.h"
 
 extern char** environ;
 
@@ -22,9 +20,6 @@ namespace morvane::ap {
 namespace {
 
 constexpr char kDomain[] = "sim";
-constexpr char kAvdService[] = "org.tessaly.ap.AudioVisual";
-constexpr char kManagerPath[] = "/org/tessaly/ap/AudioVisual/Manager";
-constexpr char kManagerInterface[] = "org.tessaly.ap.AudioVisual.Manager";
 constexpr int64_t kBusStartTimeoutMs = 10'000;
 constexpr int64_t kStopGraceUs = 5'000'000;
 constexpr int kIntensityStep = 10;
@@ -118,7 +113,7 @@ bool Simulator::Start(ErrorPtr* error) {
   Report("sim dir " + directory_->root());
   if (!WriteWholeFile(directory_->ambient_file(),
                       std::to_string(state_.ambient) + "\n", error) ||
-      !StartBus(error) || !ConnectObserver(error)) {
+      !StartBus(error) || !ConnectDaemonClient(error)) {
     return false;
   }
 
@@ -207,19 +202,19 @@ bool Simulator::StartBus(ErrorPtr* error) {
   return true;
 }
 
-bool Simulator::ConnectObserver(ErrorPtr* error) {
-  observer_bus_ = ConnectToBus(bus_address_, loop_->event(), error);
-  if (!observer_bus_) return false;
-  const int r = sd_bus_match_signal(
-      observer_bus_, nullptr, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-      "org.freedesktop.DBus", "NameOwnerChanged",
-      &Simulator::OnNameOwnerChangedThunk, this);
-  if (r < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "dbus",
-                       "Failed to watch name owners: %s", strerror(-r));
-    return false;
-  }
-  return true;
+bool Simulator::ConnectDaemonClient(ErrorPtr* error) {
+  daemon_client_ = std::make_unique<DaemonClient>(
+      loop_->event(), bus_address_,
+      [this](const std::string& line) { Report(line); },
+      [this](bool ready) {
+        state_.avd_ready = ready;
+        Changed();
+      },
+      [this](uint32_t id) {
+        state_.last_operation_id = id;
+        Changed();
+      });
+  return daemon_client_->Connect(error);
 }
 
 bool Simulator::WatchFiles(ErrorPtr* error) {
@@ -336,9 +331,7 @@ void Simulator::Shutdown() {
   shut_down_ = true;
   StopAvd();
   avd_.reset();
-  // Calls still pending get no reply once the connection is gone.
-  observer_bus_ = sd_bus_flush_close_unref(observer_bus_);
-  manager_calls_.clear();
+  daemon_client_.reset();
   upstart_.reset();
   connection_manager_.reset();
   group_monitor_.reset();
@@ -386,16 +379,11 @@ bool Simulator::Execute(const std::string& command_line) {
   } else if (command == "audio" && (arg == "down" || arg == "up")) {
     SetAudioDown(arg == "down");
   } else if (command == "op" && arg == "start") {
-    CallManager("SetOperationInProgress", "inject op start",
-                "operation started", 0);
-  } else if (command == "op" && (arg == "succeed" || arg == "fail")) {
-    const std::string id = "id=" + std::to_string(state_.last_operation_id);
-    CallManager(arg == "succeed" ? "SetOperationSucceeded"
-                                 : "SetOperationFailed",
-                "inject op " + arg + " " + id,
-                std::string("operation ") +
-                    (arg == "succeed" ? "succeeded " : "failed ") + id,
-                state_.last_operation_id);
+    daemon_client_->SetOperationInProgress();
+  } else if (command == "op" && arg == "succeed") {
+    daemon_client_->SetOperationSucceeded(state_.last_operation_id);
+  } else if (command == "op" && arg == "fail") {
+    daemon_client_->SetOperationFailed(state_.last_operation_id);
   } else if (command == "led" && !arg.empty()) {
     std::istringstream args(rest);
     std::string value;
@@ -405,7 +393,7 @@ bool Simulator::Execute(const std::string& command_line) {
       Report("error usage: led NAME VALUE SECONDS");
       return false;
     }
-    CallSetLedState(arg, value, static_cast<uint32_t>(number));
+    daemon_client_->SetLedState(arg, value, static_cast<uint32_t>(number));
   } else if (command == "restart" && arg == "controller") {
     RestartController();
   } else if (command == "restart" && arg == "avd") {
@@ -537,63 +525,6 @@ void Simulator::RestartController() {
   Changed();
 }
 
-void Simulator::CallManager(const char* method, const std::string& inject,
-                            const std::string& label, uint32_t argument) {
-  Report(inject);
-  // Asynchronous: a hung daemon must never stall the simulator.
-  SendManagerCall(label, method, "u", argument);
-}
-
-void Simulator::CallSetLedState(const std::string& name,
-                                const std::string& value, uint32_t seconds) {
-  Report("inject led " + name + " " + value + " " + std::to_string(seconds));
-  SendManagerCall("led", "SetLedState", "ssu", name.c_str(), value.c_str(),
-                  seconds);
-}
-
-template <typename... Args>
-void Simulator::SendManagerCall(const std::string& label, const char* method,
-                                const char* signature, Args... args) {
-  manager_calls_.push_back({this, label, {}});
-  auto it = std::prev(manager_calls_.end());
-  it->self = it;
-  const int r = sd_bus_call_method_async(
-      observer_bus_, nullptr, kAvdService, kManagerPath, kManagerInterface,
-      method, &Simulator::OnManagerReply, &*it, signature, args...);
-  if (r < 0) {
-    Report(label + " error " + strerror(-r));
-    manager_calls_.erase(it);
-  }
-}
-
-int Simulator::OnManagerReply(sd_bus_message* reply, void* userdata,
-                              sd_bus_error*) {
-  auto* call = static_cast<ManagerCall*>(userdata);
-  Simulator* self = call->simulator;
-  const std::string label = call->label;
-  self->manager_calls_.erase(call->self);
-
-  const sd_bus_error* error = sd_bus_message_get_error(reply);
-  if (error) {
-    self->Report(label + " error " + (error->name ? error->name : "") + ": " +
-                 (error->message ? error->message : ""));
-    return 0;
-  }
-  if (label == "operation started") {
-    uint32_t id = 0;
-    if (sd_bus_message_read(reply, "u", &id) < 0) {
-      self->Report("operation started error: reply without an id");
-      return 0;
-    }
-    self->state_.last_operation_id = id;
-    self->Report("operation started id=" + std::to_string(id));
-    self->Changed();
-  } else {
-    self->Report(label == "led" ? "led ok" : label);
-  }
-  return 0;
-}
-
 void Simulator::OnLightLine(const std::string& raw) {
   const LibraryOutcome out = TranslateLightControlLine(raw);
   if (raw.rfind("light_init", 0) == 0) state_.light_initialized = true;
@@ -603,30 +534,6 @@ void Simulator::OnLightLine(const std::string& raw) {
   }
   if (out.brightness) state_.brightness = *out.brightness;
   Report(out.line);
-  Changed();
-}
-
-int Simulator::OnNameOwnerChangedThunk(sd_bus_message* message, void* userdata,
-                                       sd_bus_error*) {
-  static_cast<Simulator*>(userdata)->OnNameOwnerChanged(message);
-  return 0;
-}
-
-void Simulator::OnNameOwnerChanged(sd_bus_message* message) {
-  const char* name = nullptr;
-  const char* old_owner = nullptr;
-  const char* new_owner = nullptr;
-  if (sd_bus_message_read(message, "sss", &name, &old_owner, &new_owner) < 0 ||
-      strcmp(name, kAvdService) != 0) {
-    return;
-  }
-  if (new_owner && *new_owner) {
-    state_.avd_ready = true;
-    Report("ready");
-  } else {
-    state_.avd_ready = false;
-    Report("avd left the bus");
-  }
   Changed();
 }
 

@@ -1,10 +1,7 @@
 #ifndef SIM_SIMULATOR_H_
 #define SIM_SIMULATOR_H_
 
-#include <systemd/sd-bus.h>
-
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <string>
 
@@ -12,6 +9,7 @@
 #include "sim/child_process.h"
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
+#include "sim/daemon_client.h"
 #include "sim/device_inputs.h"
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
@@ -97,7 +95,7 @@ class Simulator {
 
  private:
   bool StartBus(ErrorPtr* error);
-  bool ConnectObserver(ErrorPtr* error);
+  bool ConnectDaemonClient(ErrorPtr* error);
   bool WatchFiles(ErrorPtr* error);
   void StartAvd();
   void StopAvd();
@@ -113,30 +111,9 @@ class Simulator {
   void SetAutomaticIntensity(bool enabled);
   void SetAmbient(int level);
   void SetAudioDown(bool down);
-  void CallManager(const char* method, const std::string& inject,
-                   const std::string& label, uint32_t argument);
-  // Calls |method| on the daemon's Manager without waiting; the reply is
-  // reported as |label| plus the outcome.
-  template <typename... Args>
-  void SendManagerCall(const std::string& label, const char* method,
-                       const char* signature, Args... args);
-  void CallSetLedState(const std::string& name, const std::string& value,
-                       uint32_t seconds);
   void RestartController();
 
   void OnLightLine(const std::string& raw);
-  void OnNameOwnerChanged(sd_bus_message* message);
-  static int OnNameOwnerChangedThunk(sd_bus_message* message, void* userdata,
-                                     sd_bus_error* error);
-  static int OnManagerReply(sd_bus_message* reply, void* userdata,
-                            sd_bus_error* error);
-
-  // One outstanding call to the daemon's Manager.
-  struct ManagerCall {
-    Simulator* simulator;
-    std::string label;
-    std::list<ManagerCall>::iterator self;
-  };
 
   EventLoop* const loop_;
   const Options options_;
@@ -147,7 +124,7 @@ class Simulator {
   std::unique_ptr<SimDirectory> directory_;
   std::unique_ptr<ChildProcess> bus_daemon_;
   std::string bus_address_;
-  sd_bus* observer_bus_ = nullptr;
+  std::unique_ptr<DaemonClient> daemon_client_;
   std::unique_ptr<ControllerPeer> controller_;
   std::unique_ptr<GroupMonitorPeer> group_monitor_;
   std::unique_ptr<ConnectionManagerPeer> connection_manager_;
@@ -156,7 +133,6 @@ class Simulator {
   FifoWriter touch_fifo_;
   FifoWriter iio_fifo_;
   std::unique_ptr<ChildProcess> avd_;
-  std::list<ManagerCall> manager_calls_;
 };
 
 }  // namespace morvane::ap
