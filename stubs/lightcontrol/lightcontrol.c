@@ -9,42 +9,17 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
-// Longest log line; longer ones are cut (only a path can get near it).
-#define MAX_LINE 4096
+#include "stubs/stub_log.h"
+
+#define LOG_VARIABLE "LIGHTCONTROL_LOG"
 // An ambient file longer than this cannot hold a number 0..255 with some
 // white space around it.
 #define MAX_AMBIENT_TEXT 64
-
-// Appends one formatted line to LIGHTCONTROL_LOG, if set. Failures to log are
-// ignored: the library has no way to report them and the caller never reads
-// the results it could carry.
-static void LogLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
-static void LogLine(const char* format, ...) {
-  const char* path = getenv("LIGHTCONTROL_LOG");
-  if (path == NULL || path[0] == '\0') return;
-
-  char line[MAX_LINE];
-  va_list args;
-  va_start(args, format);
-  int length = vsnprintf(line, sizeof(line) - 1, format, args);
-  va_end(args);
-  if (length < 0) return;
-  if ((size_t)length > sizeof(line) - 2) length = sizeof(line) - 2;
-  line[length++] = '\n';
-
-  int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return;
-  // One write per line, so a concurrent reader sees whole lines only.
-  while (write(fd, line, (size_t)length) < 0 && errno == EINTR) {
-  }
-  close(fd);
-}
 
 // Reads the ambient level from LIGHTCONTROL_AMBIENT. Returns -1 when there is
 // no valid reading.
@@ -85,32 +60,32 @@ static int ReadAmbientLevel(void) {
 }
 
 void light_init(bool developer_mode) {
-  LogLine("light_init %d", developer_mode ? 1 : 0);
+  StubLogLine(LOG_VARIABLE, "light_init %d", developer_mode ? 1 : 0);
 }
 
 int light_set_state(int state) {
-  LogLine("light_set_state %d", state);
+  StubLogLine(LOG_VARIABLE, "light_set_state %d", state);
   return 0;
 }
 
 int light_set_state_with_transition(int state, int transition) {
-  LogLine("light_set_state_with_transition %d %d", state, transition);
+  StubLogLine(LOG_VARIABLE, "light_set_state_with_transition %d %d", state, transition);
   return 0;
 }
 
 int light_set_master_brightness(uint8_t level) {
-  LogLine("light_set_master_brightness %u", (unsigned)level);
+  StubLogLine(LOG_VARIABLE, "light_set_master_brightness %u", (unsigned)level);
   return 0;
 }
 
 bool light_get_ambient_brightness(uint8_t* level) {
   int reading = level != NULL ? ReadAmbientLevel() : -1;
   if (reading < 0) {
-    LogLine("light_get_ambient_brightness fail");
+    StubLogLine(LOG_VARIABLE, "light_get_ambient_brightness fail");
     return false;
   }
   *level = (uint8_t)reading;
-  LogLine("light_get_ambient_brightness %d", reading);
+  StubLogLine(LOG_VARIABLE, "light_get_ambient_brightness %d", reading);
   return true;
 }
 
@@ -120,10 +95,10 @@ const char* light_get_proximity_device_path(void) {
   static char device_path[PATH_MAX];
   const char* path = getenv("LIGHTCONTROL_PROXIMITY_DEVICE");
   if (path == NULL || path[0] == '\0' || strlen(path) >= sizeof(device_path)) {
-    LogLine("light_get_proximity_device_path null");
+    StubLogLine(LOG_VARIABLE, "light_get_proximity_device_path null");
     return NULL;
   }
   strcpy(device_path, path);
-  LogLine("light_get_proximity_device_path %s", device_path);
+  StubLogLine(LOG_VARIABLE, "light_get_proximity_device_path %s", device_path);
   return device_path;
 }

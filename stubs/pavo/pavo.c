@@ -9,7 +9,6 @@
 #include <alsa/asoundlib.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <stdarg.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -17,10 +16,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "stubs/stub_log.h"
+
 // Device buffer asked of ALSA. Long enough for any of our clips, so that
 // snd_pcm_writei() queues the whole clip and returns at once: the daemon has
 // one thread and must not wait for a sound to finish.
 #define DEVICE_BUFFER_US 5000000
+
+#define LOG_VARIABLE "PAVO_LOG"
 
 struct pavo_client {
   snd_pcm_t* pcm;  // NULL when not playing through ALSA.
@@ -29,29 +32,6 @@ struct pavo_client {
   int rate;
   int channels;
 };
-
-static void LogLine(const char* format, ...) __attribute__((format(printf, 1, 2)));
-static void LogLine(const char* format, ...) {
-  const char* path = getenv("PAVO_LOG");
-  if (path == NULL || path[0] == '\0') return;
-
-  char line[256];
-  va_list args;
-  va_start(args, format);
-  int length = vsnprintf(line, sizeof(line) - 1, format, args);
-  va_end(args);
-  if (length < 0) return;
-  if ((size_t)length > sizeof(line) - 2) length = sizeof(line) - 2;
-  line[length++] = '\n';
-
-  // Failures to log are ignored: the caller could do nothing about them.
-  int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return;
-  // One write per line, so a concurrent reader sees whole lines only.
-  while (write(fd, line, (size_t)length) < 0 && errno == EINTR) {
-  }
-  close(fd);
-}
 
 static const char* NonEmptyEnv(const char* name) {
   const char* value = getenv(name);
@@ -145,14 +125,14 @@ int pavo_helper_create_connect(pavo_client** client) {
   } else if (client != NULL) {
     *client = NULL;
   }
-  LogLine("connect %d", result);
+  StubLogLine(LOG_VARIABLE, "connect %d", result);
   return result;
 }
 
 int pavo_client_get_first_dev_type_idx(pavo_client* client, int type,
                                        int direction) {
   int index = client != NULL ? 0 : -EINVAL;
-  LogLine("device %d %d -> %d", type, direction, index);
+  StubLogLine(LOG_VARIABLE, "device %d %d -> %d", type, direction, index);
   return index;
 }
 
@@ -178,7 +158,7 @@ int pavo_helper_play_buffer(pavo_client* client, const void* buffer,
                             channels);
     }
   }
-  LogLine("play frames=%zu format=%d rate=%d channels=%d device=%d bytes=%zu -> %d",
+  StubLogLine(LOG_VARIABLE, "play frames=%zu format=%d rate=%d channels=%d device=%d bytes=%zu -> %d",
           frames, format, rate, channels, device, bytes, result);
   return result;
 }
@@ -187,5 +167,5 @@ void pavo_client_destroy(pavo_client* client) {
   if (client == NULL) return;
   if (client->pcm != NULL) snd_pcm_close(client->pcm);
   free(client);
-  LogLine("destroy");
+  StubLogLine(LOG_VARIABLE, "destroy");
 }
