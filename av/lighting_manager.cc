@@ -43,7 +43,6 @@ LightingManager::~LightingManager() = default;
 void LightingManager::RegisterAsync(ExportedObjectManager* object_manager,
                                     std::function<void(bool)> completion) {
   adaptor_ = std::make_unique<org::tessaly::ap::AudioVisual::ManagerAdaptor>(this);
-  dbus_object_.reset();
   dbus_object_ = std::make_unique<ExportedObject>(
       object_manager, object_manager->bus(),
       org::tessaly::ap::AudioVisual::kManagerPath);
