@@ -5,6 +5,8 @@
 #include <systemd/sd-event.h>
 #include <time.h>
 
+#include <glog/logging.h>
+
 #include <cstring>
 
 namespace morvane::ap {
@@ -22,19 +24,25 @@ int64_t ClockUs(clockid_t clock) {
 
 std::unique_ptr<EventLoop> EventLoop::Create(ErrorPtr* error) {
   sd_event* event = nullptr;
-  const int r = sd_event_new(&event);
+  int r = sd_event_new(&event);
+  std::unique_ptr<EventLoop> loop;
+  if (r >= 0) {
+    loop.reset(new EventLoop(event));
+    // Posted tasks all run from this one source; without it none would.
+    r = sd_event_add_defer(event, &loop->posted_source_, &EventLoop::OnDefer,
+                           loop.get());
+  }
+  if (r >= 0) r = sd_event_source_set_enabled(loop->posted_source_, SD_EVENT_OFF);
   if (r < 0) {
     Error::AddToPrintf(error, FROM_HERE, kDomain, "event_loop",
                        "Failed to create event loop: %s", strerror(-r));
+    if (!loop) sd_event_unref(event);
     return nullptr;
   }
-  return std::unique_ptr<EventLoop>(new EventLoop(event));
+  return loop;
 }
 
-EventLoop::EventLoop(sd_event* event) : event_(event) {
-  sd_event_add_defer(event_, &posted_source_, &EventLoop::OnDefer, this);
-  sd_event_source_set_enabled(posted_source_, SD_EVENT_OFF);
-}
+EventLoop::EventLoop(sd_event* event) : event_(event) {}
 
 EventLoop::~EventLoop() {
   for (auto& [id, pending] : pending_) sd_event_source_unref(pending.source);
@@ -45,33 +53,46 @@ EventLoop::~EventLoop() {
 
 TaskId EventLoop::PostTask(Task task) {
   const TaskId id = next_id_++;
+  const int r = sd_event_source_set_enabled(posted_source_, SD_EVENT_ON);
+  if (r < 0) {
+    LOG(ERROR) << "Failed to post a task: " << strerror(-r) << ", dropping it";
+    return 0;
+  }
   posted_.emplace_back(id, std::move(task));
-  sd_event_source_set_enabled(posted_source_, SD_EVENT_ON);
   return id;
 }
 
 TaskId EventLoop::PostDelayedTask(Task task, int64_t delay_us) {
   if (delay_us <= 0) return PostTask(std::move(task));
   sd_event_source* source = nullptr;
-  uint64_t now = 0;
-  sd_event_now(event_, CLOCK_MONOTONIC, &now);
-  // Accuracy of 1 us: sd-event would otherwise coalesce wake-ups by up to
-  // 250 ms, and our delays are meant as given.
-  const int r = sd_event_add_time(event_, &source, CLOCK_MONOTONIC,
-                                  now + static_cast<uint64_t>(delay_us), 1,
+  // From the clock, not sd_event_now(): that is the loop's last wake-up, and
+  // the caller may have blocked since (on a D-Bus call, say). Accuracy of
+  // 1 us: sd-event would otherwise coalesce wake-ups by up to 250 ms, and our
+  // delays are meant as given.
+  const uint64_t due = static_cast<uint64_t>(Now() + delay_us);
+  const int r = sd_event_add_time(event_, &source, CLOCK_MONOTONIC, due, 1,
                                   &EventLoop::OnTime, this);
-  if (r < 0) return 0;
-  const TaskId id = next_id_++;
-  pending_[id] = Pending{source, std::move(task)};
-  by_source_[source] = id;
-  return id;
+  if (r < 0) {
+    LOG(ERROR) << "Failed to post a task in " << delay_us
+               << " us: " << strerror(-r) << ", dropping it";
+    return 0;
+  }
+  return AddPending(source, std::move(task));
 }
 
 TaskId EventLoop::WatchReadable(int fd, Task task) {
   sd_event_source* source = nullptr;
   const int r = sd_event_add_io(event_, &source, fd, EPOLLIN,
                                 &EventLoop::OnIo, this);
-  if (r < 0) return 0;
+  if (r < 0) {
+    LOG(ERROR) << "Failed to watch descriptor " << fd << ": " << strerror(-r)
+               << ", dropping the task";
+    return 0;
+  }
+  return AddPending(source, std::move(task));
+}
+
+TaskId EventLoop::AddPending(sd_event_source* source, Task task) {
   const TaskId id = next_id_++;
   pending_[id] = Pending{source, std::move(task)};
   by_source_[source] = id;

@@ -56,6 +56,7 @@ class EventLoop : public TaskLoop {
   static int OnTime(sd_event_source* source, uint64_t usec, void* userdata);
   static int OnIo(sd_event_source* source, int fd, uint32_t revents,
                   void* userdata);
+  TaskId AddPending(sd_event_source* source, Task task);
   void RunPending(sd_event_source* source);
   void RunPosted();
 

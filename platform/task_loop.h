@@ -12,7 +12,9 @@ using Task = std::function<void()>;
 using TaskId = uint64_t;
 
 // The single-threaded loop every callback of the daemon runs on. All times
-// are microseconds. Tasks never run inside the call that posts them.
+// are microseconds. Tasks never run inside the call that posts them. A task
+// the loop cannot take (out of resources, the loop has ended) is logged and
+// dropped, and the call returns 0.
 class TaskLoop {
  public:
   virtual ~TaskLoop() = default;
@@ -21,7 +23,8 @@ class TaskLoop {
   // before it.
   virtual TaskId PostTask(Task task) = 0;
 
-  // Runs |task| once |delay_us| has passed on the monotonic clock.
+  // Runs |task| once |delay_us| has passed on the monotonic clock, counted
+  // from this call.
   virtual TaskId PostDelayedTask(Task task, int64_t delay_us) = 0;
 
   // Runs |task| once, the first time |fd| is readable (or has hung up or
