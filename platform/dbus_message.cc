@@ -2,6 +2,7 @@
 
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -171,6 +172,52 @@ bool MessageReader::Read(std::vector<ObjectPath>* value, ErrorPtr* error) {
     value->push_back(ObjectPath{s});
   }
   if (r < 0 || sd_bus_message_exit_container(message_) < 0) {
+    AddInvalidArgs(error, FROM_HERE, kMismatch);
+    return false;
+  }
+  return true;
+}
+
+bool MessageReader::EnterContainer(char type, const std::string& contents,
+                                   ErrorPtr* error) {
+  const std::string signature = type + contents;
+  if (!CheckNext(signature.c_str(), error)) return false;
+  if (sd_bus_message_enter_container(message_, type, contents.c_str()) <= 0) {
+    AddInvalidArgs(error, FROM_HERE, kMismatch);
+    return false;
+  }
+  return true;
+}
+
+bool MessageReader::EnterVariant(const char* contents, ErrorPtr* error) {
+  char type = 0;
+  const bool is_variant =
+      sd_bus_message_peek_type(message_, &type, nullptr) > 0 &&
+      type == SD_BUS_TYPE_VARIANT;
+  if (EnterContainer(SD_BUS_TYPE_VARIANT, contents, error)) return true;
+  if (is_variant) sd_bus_message_skip(message_, nullptr);
+  return false;
+}
+
+bool MessageReader::ExitContainer(ErrorPtr* error) {
+  int r = 0;
+  while ((r = sd_bus_message_peek_type(message_, nullptr, nullptr)) > 0) {
+    if ((r = sd_bus_message_skip(message_, nullptr)) < 0) break;
+  }
+  if (r < 0 || sd_bus_message_exit_container(message_) < 0) {
+    AddInvalidArgs(error, FROM_HERE, kMismatch);
+    return false;
+  }
+  return true;
+}
+
+bool MessageReader::Skip(ErrorPtr* error) {
+  const int r = sd_bus_message_skip(message_, nullptr);
+  if (r == 0 || r == -ENXIO) {
+    AddInvalidArgs(error, FROM_HERE, kTooFew);
+    return false;
+  }
+  if (r < 0) {
     AddInvalidArgs(error, FROM_HERE, kMismatch);
     return false;
   }

@@ -91,12 +91,15 @@ class Message {
   sd_bus_message* const message_;
 };
 
-// Reads the arguments of a message in order, from the first one. Every
-// failure adds to |error| an error of domain "dbus", code
+// Reads the arguments of a message in order, from the first one, walking
+// into containers (arrays, dictionary entries, variants) as the caller
+// says. Every failure adds to |error| an error of domain "dbus", code
 // "org.freedesktop.DBus.Error.InvalidArgs" and one of three messages: "Too
 // few parameters in a method call" when no value is left, "Method parameter
 // type mismatch" when the next value is of another type (nothing is then
-// consumed), "Too many parameters in a method call" from ReadEnd().
+// consumed, but for a variant: see ReadVariant), "Too many parameters in a
+// method call" from ReadEnd(). After a failure inside a container the reader
+// stays where it failed: read nothing more from that message.
 class MessageReader {
  public:
   // |message| must outlive the reader. Rewinds it to the first argument.
@@ -113,13 +116,53 @@ class MessageReader {
   bool Read(std::vector<std::string>* value, ErrorPtr* error);
   bool Read(std::vector<ObjectPath>* value, ErrorPtr* error);
 
-  // True when at least one more argument is left.
+  // A variant holding exactly a T. A variant holding anything else fails
+  // with the mismatch text and is skipped, so that the value after it can
+  // still be read.
+  template <typename T>
+  bool ReadVariant(T* value, ErrorPtr* error) {
+    return EnterVariant(DbusType<T>::kSignature, error) && Read(value, error) &&
+           ExitContainer(error);
+  }
+
+  // A dictionary, an array of entries {K V} where V has the signature
+  // |value_signature|: for each entry reads the key and calls
+  // |read_value(key, error)| with the reader on the value, which it must
+  // read (or skip) and return true, or return false to fail the whole read.
+  template <typename K, typename ReadValue>
+  bool ReadDictionary(const std::string& value_signature, ReadValue read_value,
+                      ErrorPtr* error) {
+    const std::string entry = DbusType<K>::kSignature + value_signature;
+    if (!EnterContainer('a', "{" + entry + "}", error)) return false;
+    while (HasMoreData()) {
+      K key;
+      if (!EnterContainer('e', entry, error) || !Read(&key, error) ||
+          !read_value(key, error) || !ExitContainer(error)) {
+        return false;
+      }
+    }
+    return ExitContainer(error);
+  }
+
+  // Enters the next argument, which must be a container of |type| ('a' an
+  // array, 'e' a dictionary entry, 'v' a variant) whose contents have
+  // exactly the signature |contents| ("{sv}", "sv", "b"). Otherwise fails
+  // and consumes nothing.
+  bool EnterContainer(char type, const std::string& contents, ErrorPtr* error);
+  // Skips what is left of the container entered last and leaves it.
+  bool ExitContainer(ErrorPtr* error);
+  // Skips the next argument, whatever its type.
+  bool Skip(ErrorPtr* error);
+
+  // True when at least one more argument is left in the current container.
   bool HasMoreData();
 
   // Fails when arguments are left over.
   bool ReadEnd(ErrorPtr* error);
 
  private:
+  // As EnterContainer('v', ...), but a variant of other contents is skipped.
+  bool EnterVariant(const char* contents, ErrorPtr* error);
   // Fails unless the next argument has exactly |signature|.
   bool CheckNext(const char* signature, ErrorPtr* error);
   bool ReadBasic(char type, void* value, ErrorPtr* error);

@@ -22,17 +22,23 @@ class MessageTest : public BusTest {
     if (HasFatalFailure()) return;
   }
 
-  // A call carrying |args|, sealed as a receiver would get it.
-  template <typename... T>
-  std::unique_ptr<Message> Sealed(const T&... args) {
+  // A call whose arguments |append| writes, sealed as a receiver gets it.
+  std::unique_ptr<Message> SealedRaw(
+      const std::function<void(Message*)>& append) {
     std::unique_ptr<Message> message = Message::NewMethodCall(
         bus_.get(), "org.tessaly.Test", "/", "org.tessaly.Test", "M", nullptr);
-    MessageWriter writer(message.get());
-    EXPECT_TRUE((writer.Append(args) && ...));
+    append(message.get());
     EXPECT_GE(sd_bus_message_seal(message->raw(), 1, 0), 0);
     return message;
   }
 
+  template <typename... T>
+  std::unique_ptr<Message> Sealed(const T&... args) {
+    return SealedRaw([&](Message* message) {
+      MessageWriter writer(message);
+      EXPECT_TRUE((writer.Append(args) && ...));
+    });
+  }
 };
 
 
@@ -111,6 +117,61 @@ TEST_F(MessageTest, ReportsMissingMismatchedAndExtraArguments) {
     EXPECT_EQ(error->code(), kInvalidArgs);
     EXPECT_EQ(error->message(), c.expected);
   }
+}
+
+TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
+  // a{sv} with a value of the wrong type, then the a{oa{sa{sv}}} of
+  // GetManagedObjects.
+  auto message = SealedRaw([](Message* m) {
+    sd_bus_message_append(m->raw(), "a{sv}", 3, "On", "b", 1, "Level", "s",
+                          "high", "Name", "s", "ring");
+    sd_bus_message_append(m->raw(), "a{oa{sa{sv}}}", 1, "/o", 2, "i.A", 1,
+                          "On", "b", 0, "i.B", 0);
+  });
+  MessageReader reader(message.get());
+  std::vector<std::string> seen;
+  bool on = false;
+  ErrorPtr level_error;
+
+  ASSERT_TRUE(reader.ReadDictionary<std::string>(
+      "v",
+      [&](const std::string& key, ErrorPtr* error) {
+        seen.push_back(key);
+        std::string name;
+        if (key == "On") return reader.ReadVariant(&on, error);
+        if (key == "Level") {
+          bool wrong = false;
+          EXPECT_FALSE(reader.ReadVariant(&wrong, &level_error));
+          return true;
+        }
+        return reader.ReadVariant(&name, error) && name == "ring";
+      },
+      nullptr));
+  ASSERT_TRUE(reader.ReadDictionary<ObjectPath>(
+      "a{sa{sv}}",
+      [&](const ObjectPath& path, ErrorPtr* error) {
+        return reader.ReadDictionary<std::string>(
+            "a{sv}",
+            [&](const std::string& interface, ErrorPtr* error) {
+              seen.push_back(path.value + " " + interface);
+              return reader.Skip(error);
+            },
+            error);
+      },
+      nullptr));
+
+  EXPECT_TRUE(reader.ReadEnd(nullptr));
+  EXPECT_THAT(seen, ElementsAre("On", "Level", "Name", "/o i.A", "/o i.B"));
+  EXPECT_TRUE(on);
+  ASSERT_TRUE(level_error);
+  EXPECT_EQ(level_error->message(), "Method parameter type mismatch");
+  ErrorPtr wrong_container;
+  MessageReader again(message.get());
+  EXPECT_FALSE(again.ReadDictionary<ObjectPath>(
+      "v", [](const ObjectPath&, ErrorPtr*) { return true; },
+      &wrong_container));
+  ASSERT_TRUE(wrong_container);
+  EXPECT_EQ(wrong_container->message(), "Method parameter type mismatch");
 }
 
 TEST_F(MessageTest, MismatchLeavesTheValueToBeReadAsItsOwnType) {

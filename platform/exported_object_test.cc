@@ -262,23 +262,19 @@ TEST_F(ExportedObjectTest, StandardInterfacesDescribeTheObject) {
 
   // a{oa{sa{sv}}}: object paths with their interfaces.
   std::set<std::pair<std::string, std::string>> objects;
-  sd_bus_message* m = managed->raw();
-  ASSERT_GT(sd_bus_message_enter_container(m, 'a', "{oa{sa{sv}}}"), 0);
-  while (sd_bus_message_enter_container(m, 'e', "oa{sa{sv}}") > 0) {
-    const char* path = nullptr;
-    sd_bus_message_read(m, "o", &path);
-    const std::string object_path = path;
-    sd_bus_message_enter_container(m, 'a', "{sa{sv}}");
-    while (sd_bus_message_enter_container(m, 'e', "sa{sv}") > 0) {
-      const char* interface = nullptr;
-      sd_bus_message_read(m, "s", &interface);
-      objects.emplace(object_path, interface);
-      sd_bus_message_skip(m, "a{sv}");
-      sd_bus_message_exit_container(m);
-    }
-    sd_bus_message_exit_container(m);
-    sd_bus_message_exit_container(m);
-  }
+  MessageReader reader(managed.get());
+  EXPECT_TRUE(reader.ReadDictionary<ObjectPath>(
+      "a{sa{sv}}",
+      [&](const ObjectPath& path, ErrorPtr* error) {
+        return reader.ReadDictionary<std::string>(
+            "a{sv}",
+            [&](const std::string& interface, ErrorPtr* error) {
+              objects.emplace(path.value, interface);
+              return reader.Skip(error);
+            },
+            error);
+      },
+      nullptr));
   EXPECT_TRUE(objects.count({kPath, kInterface})) << "not managed";
 }
 
