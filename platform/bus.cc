@@ -52,16 +52,32 @@ void DeleteNameRequest(void* userdata) {
 
 std::shared_ptr<Bus> Bus::ConnectSystemBus(EventLoop* loop, ErrorPtr* error) {
   sd_bus* bus = nullptr;
-  int r = sd_bus_open_system(&bus);
-  if (r >= 0) {
+  const int r = sd_bus_open_system(&bus);
+  return Wrap(loop, bus, r, "the system bus", error);
+}
+
+std::shared_ptr<Bus> Bus::Connect(EventLoop* loop, const std::string& address,
+                                  ErrorPtr* error) {
+  sd_bus* bus = nullptr;
+  int r = sd_bus_new(&bus);
+  if (r >= 0) r = sd_bus_set_address(bus, address.c_str());
+  if (r >= 0) r = sd_bus_set_bus_client(bus, 1);
+  if (r >= 0) r = sd_bus_start(bus);
+  return Wrap(loop, bus, r, address, error);
+}
+
+std::shared_ptr<Bus> Bus::Wrap(EventLoop* loop, sd_bus* bus, int r,
+                               const std::string& what, ErrorPtr* error) {
+  if (r >= 0 && loop) {
     r = sd_bus_attach_event(bus, loop->event(), SD_EVENT_PRIORITY_NORMAL);
-    if (r < 0) sd_bus_unref(bus);
   }
   if (r < 0) {
+    sd_bus_flush_close_unref(bus);
     sd_bus_error bus_error = SD_BUS_ERROR_NULL;
     sd_bus_error_set_errno(&bus_error, r);
     Error::AddToPrintf(error, FROM_HERE, kDbusErrorDomain, bus_error.name,
-                       "Failed to connect to the system bus: %s", strerror(-r));
+                       "Failed to connect to %s: %s", what.c_str(),
+                       strerror(-r));
     sd_bus_error_free(&bus_error);
     return nullptr;
   }
@@ -99,5 +115,23 @@ void Bus::RequestNameAsync(const std::string& name, RequestNameCallback done) {
 }
 
 TaskLoop* Bus::loop() const { return loop_; }
+
+BusSlot::BusSlot(BusSlot&& other) noexcept { *this = std::move(other); }
+
+BusSlot& BusSlot::operator=(BusSlot&& other) noexcept {
+  if (this != &other) {
+    reset();
+    std::swap(slot_, other.slot_);
+    std::swap(loop_, other.loop_);
+    std::swap(task_, other.task_);
+  }
+  return *this;
+}
+
+void BusSlot::reset() {
+  slot_ = sd_bus_slot_unref(slot_);
+  if (task_) loop_->CancelTask(task_);
+  task_ = 0;
+}
 
 }  // namespace morvane::ap

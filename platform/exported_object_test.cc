@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 
 #include <optional>
 #include <set>
@@ -90,19 +89,6 @@ class ExportedObjectTest : public BusTest {
     EXPECT_FALSE(result) << "completion ran inside RegisterAsync";
     RunUntil([&] { return result.has_value(); });
     ASSERT_EQ(result, std::optional<bool>(true));
-  }
-
-  // Runs the loop until |done| holds, at most kWaitUs.
-  void RunUntil(const std::function<bool()>& done) {
-    const int64_t deadline = loop_->Now() + kWaitUs;
-    while (!done()) {
-      const int64_t left = deadline - loop_->Now();
-      if (left <= 0) {
-        ADD_FAILURE() << "Timed out waiting on the loop";
-        return;
-      }
-      ASSERT_GE(sd_event_run(loop_->event(), left), 0);
-    }
   }
 
   // Calls |member| of |interface| at |path| from the client and returns the

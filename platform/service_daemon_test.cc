@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <systemd/sd-bus.h>
 
 #include <cstdlib>
 #include <optional>
 #include <string>
 
 #include "platform/async_event_sequencer.h"
-#include "platform/event_loop.h"
+#include "platform/object_proxy.h"
 #include "platform/task_loop.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
 
@@ -22,13 +21,10 @@ constexpr int64_t kRegistrationDelayUs = 20'000;
 constexpr int64_t kGiveUpUs = 10'000'000;
 
 // Completes its one registration a little later on the loop, and watches
-// from a peer connection when the service name gets an owner; then raises
-// SIGTERM.
+// when the service name gets an owner; then raises SIGTERM.
 class TestDaemon : public ServiceDaemon {
  public:
-  explicit TestDaemon(const DbusDaemonFixture* bus_daemon)
-      : ServiceDaemon(kServiceName, kRootPath), bus_daemon_(bus_daemon) {}
-  ~TestDaemon() override { sd_bus_flush_close_unref(peer_); }
+  TestDaemon() : ServiceDaemon(kServiceName, kRootPath) {}
 
   int register_calls = 0;
   std::optional<bool> owned_before_completion;
@@ -39,14 +35,16 @@ class TestDaemon : public ServiceDaemon {
   void RegisterServiceObjects(AsyncEventSequencer* sequencer) override {
     ++register_calls;
     EXPECT_TRUE(bus() && object_manager() && loop());
-    peer_ = bus_daemon_->Connect();
-    ASSERT_TRUE(peer_);
-    ASSERT_GE(sd_bus_attach_event(peer_, event_loop()->event(), 0), 0);
-    ASSERT_GE(sd_bus_match_signal(peer_, nullptr, "org.freedesktop.DBus",
-                                  "/org/freedesktop/DBus",
-                                  "org.freedesktop.DBus", "NameOwnerChanged",
-                                  &TestDaemon::OnNameOwnerChanged, this),
-              0);
+    bus_daemon_ = std::make_unique<ObjectProxy>(
+        bus(), "org.freedesktop.DBus", ObjectPath{"/org/freedesktop/DBus"});
+    service_ = std::make_unique<ObjectProxy>(bus(), kServiceName,
+                                             ObjectPath{kRootPath});
+    service_->SetNameOwnerChangedCallback(
+        [this](const std::string&, const std::string& new_owner) {
+          if (new_owner.empty()) return;
+          completed_when_owned = completed_;
+          loop()->PostTask([] { raise(SIGTERM); });
+        });
     auto handler = sequencer->GetHandler("Test.RegisterAsync() failed.", true);
     loop()->PostDelayedTask(
         [this, handler] {
@@ -65,35 +63,17 @@ class TestDaemon : public ServiceDaemon {
 
  private:
   bool NameHasOwner() {
-    sd_bus_message* reply = nullptr;
-    int has_owner = 0;
-    EXPECT_GE(
-        sd_bus_call_method(peer_, "org.freedesktop.DBus",
-                           "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                           "NameHasOwner", nullptr, &reply, "s", kServiceName),
-        0);
-    if (reply) sd_bus_message_read(reply, "b", &has_owner);
-    sd_bus_message_unref(reply);
+    bool has_owner = false;
+    std::unique_ptr<Message> reply = bus_daemon_->CallMethodAndBlock(
+        "org.freedesktop.DBus", "NameHasOwner",
+        ObjectProxy::kTimeoutUseDefault, nullptr, std::string(kServiceName));
+    EXPECT_TRUE(reply &&
+                ExtractMethodCallResults(reply.get(), nullptr, &has_owner));
     return has_owner;
   }
 
-  static int OnNameOwnerChanged(sd_bus_message* m, void* userdata,
-                                sd_bus_error*) {
-    auto* self = static_cast<TestDaemon*>(userdata);
-    const char* name = nullptr;
-    const char* old_owner = nullptr;
-    const char* new_owner = nullptr;
-    if (sd_bus_message_read(m, "sss", &name, &old_owner, &new_owner) < 0 ||
-        std::string(name) != kServiceName || !*new_owner) {
-      return 0;
-    }
-    self->completed_when_owned = self->completed_;
-    self->loop()->PostTask([] { raise(SIGTERM); });
-    return 0;
-  }
-
-  const DbusDaemonFixture* const bus_daemon_;
-  sd_bus* peer_ = nullptr;
+  std::unique_ptr<ObjectProxy> bus_daemon_;
+  std::unique_ptr<ObjectProxy> service_;
   bool completed_ = false;
 };
 
@@ -102,7 +82,7 @@ TEST(ServiceDaemonTest, ClaimsTheNameAfterRegistrationAndEndsOnSigterm) {
   std::string error;
   ASSERT_TRUE(bus_daemon.Start(&error)) << error;
   bus_daemon.ExportAsSystemBus();
-  TestDaemon daemon(&bus_daemon);
+  TestDaemon daemon;
 
   const int exit_code = daemon.Run();
 
@@ -119,7 +99,7 @@ TEST(ServiceDaemonTest, RunFailsWithoutABus) {
       old ? std::optional<std::string>(old) : std::nullopt;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/avd-test-socket",
          1);
-  TestDaemon daemon(nullptr);
+  TestDaemon daemon;
 
   const int exit_code = daemon.Run();
 

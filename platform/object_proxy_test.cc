@@ -1,0 +1,227 @@
+#include "platform/object_proxy.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include <atomic>
+#include <optional>
+
+#include "tests/fixtures/bus_test.h"
+#include "tests/fixtures/test_peer.h"
+
+namespace morvane::ap {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr char kPeerName[] = "org.tessaly.Test.Peer";
+constexpr char kPeerPath[] = "/org/tessaly/Test/Peer";
+constexpr char kPeerInterface[] = "org.tessaly.Test.Peer";
+constexpr char kBoom[] = "org.tessaly.Test.Error.Boom";
+constexpr int kShortTimeoutMs = 300;
+
+// Echo(u) -> u; Extra() -> u, u; Fail() -> an error reply; Hang() is
+// received and never answered.
+int Serve(sd_bus_message* m, std::atomic<bool>* hang_received) {
+  const std::string member = sd_bus_message_get_member(m);
+  if (member == "Echo") {
+    uint32_t value = 0;
+    sd_bus_message_read(m, "u", &value);
+    return sd_bus_reply_method_return(m, "u", value);
+  }
+  if (member == "Extra") return sd_bus_reply_method_return(m, "uu", 1, 2);
+  if (member == "Fail") {
+    return sd_bus_reply_method_errorf(m, kBoom, "it broke at %d", 3);
+  }
+  if (member == "Hang") {
+    *hang_received = true;
+    return 1;
+  }
+  return 0;
+}
+
+class ObjectProxyTest : public BusTest {
+ protected:
+  void SetUp() override {
+    BusTest::SetUp();
+    if (HasFatalFailure()) return;
+    proxy_ = std::make_unique<ObjectProxy>(bus_, kPeerName,
+                                           ObjectPath{kPeerPath});
+  }
+
+  // A peer served by its own thread, for blocking calls.
+  void StartThreadedPeer() {
+    peer_ = std::make_unique<TestPeer>(
+        *daemon_, kPeerName, kPeerPath,
+        [this](sd_bus_message* m) { return Serve(m, &hang_received_); });
+  }
+
+  // A peer served by the test's loop, for calls that do not block.
+  void StartPeerOnLoop() {
+    peer_ = std::make_unique<TestPeer>(
+        *daemon_, kPeerName, kPeerPath,
+        [this](sd_bus_message* m) { return Serve(m, &hang_received_); },
+        loop_.get());
+  }
+
+  void TearDown() override { peer_.reset(); }
+
+  std::unique_ptr<ObjectProxy> proxy_;
+  std::atomic<bool> hang_received_{false};
+  std::unique_ptr<TestPeer> peer_;
+};
+
+TEST_F(ObjectProxyTest, BlockingCallReturnsTheReplyOrTheError) {
+  StartThreadedPeer();
+  ErrorPtr error;
+
+  std::unique_ptr<Message> reply = proxy_->CallMethodAndBlock(
+      kPeerInterface, "Echo", ObjectProxy::kTimeoutUseDefault, &error,
+      uint32_t{42});
+  std::unique_ptr<Message> failed = proxy_->CallMethodAndBlock(
+      kPeerInterface, "Fail", ObjectProxy::kTimeoutUseDefault, &error);
+
+  ASSERT_TRUE(reply);
+  uint32_t value = 0;
+  EXPECT_TRUE(ExtractMethodCallResults(reply.get(), nullptr, &value));
+  EXPECT_EQ(value, 42u);
+  EXPECT_FALSE(failed);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->domain(), kDbusErrorDomain);
+  EXPECT_EQ(error->code(), kBoom);
+  EXPECT_EQ(error->message(), "it broke at 3");
+}
+
+TEST_F(ObjectProxyTest, ReplyWithOtherValuesThanExpectedFailsToExtract) {
+  StartThreadedPeer();
+  std::unique_ptr<Message> reply = proxy_->CallMethodAndBlock(
+      kPeerInterface, "Extra", ObjectProxy::kTimeoutUseDefault, nullptr);
+  ASSERT_TRUE(reply);
+  uint32_t a = 0, b = 0, c = 0;
+
+  ErrorPtr too_many;
+  EXPECT_FALSE(ExtractMethodCallResults(reply.get(), &too_many, &a));
+  ErrorPtr too_few;
+  EXPECT_FALSE(ExtractMethodCallResults(reply.get(), &too_few, &a, &b, &c));
+  EXPECT_TRUE(ExtractMethodCallResults(reply.get(), nullptr, &a, &b));
+
+  ASSERT_TRUE(too_many && too_few);
+  EXPECT_EQ(too_many->code(), "org.freedesktop.DBus.Error.InvalidArgs");
+  EXPECT_EQ(too_many->message(), "Too many parameters in a method call");
+  EXPECT_EQ(too_few->message(), "Too few parameters in a method call");
+  EXPECT_EQ(a, 1u);
+  EXPECT_EQ(b, 2u);
+}
+
+TEST_F(ObjectProxyTest, HungPeerEndsTheCallWithATimeOutError) {
+  StartThreadedPeer();
+  ErrorPtr explicit_error;
+  EXPECT_FALSE(proxy_->CallMethodAndBlock(kPeerInterface, "Hang",
+                                         kShortTimeoutMs, &explicit_error));
+
+  // The default leaves the time-out to the connection, 25 s unless changed;
+  // shortened here so the test does not wait for it.
+  uint64_t library_default_us = 0;
+  ASSERT_GE(sd_bus_get_method_call_timeout(bus_->raw(), &library_default_us),
+            0);
+  EXPECT_EQ(library_default_us, 25'000'000u);
+  ASSERT_GE(sd_bus_set_method_call_timeout(bus_->raw(), kShortTimeoutMs * 1000),
+            0);
+  ErrorPtr default_error;
+  EXPECT_FALSE(proxy_->CallMethodAndBlock(kPeerInterface, "Hang",
+                                         ObjectProxy::kTimeoutUseDefault,
+                                         &default_error));
+
+  EXPECT_TRUE(hang_received_);
+  for (const ErrorPtr* error : {&explicit_error, &default_error}) {
+    ASSERT_TRUE(*error);
+    EXPECT_EQ((*error)->domain(), kDbusErrorDomain);
+    EXPECT_EQ((*error)->code(), "org.freedesktop.DBus.Error.Timeout");
+  }
+}
+
+TEST_F(ObjectProxyTest, AsyncCallRunsOneCallbackLaterOnTheLoop) {
+  StartPeerOnLoop();
+  std::vector<std::string> outcomes;
+  auto record = [&](const char* tag) {
+    return [&outcomes, tag](const Error* error) {
+      outcomes.push_back(std::string(tag) + " " + error->code());
+    };
+  };
+  ObjectProxy absent(bus_, "org.tessaly.Test.Absent", ObjectPath{kPeerPath});
+
+  BusSlot echo = proxy_->CallMethod(
+      kPeerInterface, "Echo",
+      [&](Message* reply) {
+        uint32_t value = 0;
+        ExtractMethodCallResults(reply, nullptr, &value);
+        outcomes.push_back("echo " + std::to_string(value));
+      },
+      record("echo"), uint32_t{7});
+  BusSlot fail = proxy_->CallMethod(
+      kPeerInterface, "Fail", [&](Message*) { outcomes.push_back("fail ok"); },
+      record("fail"));
+  BusSlot nobody = absent.CallMethod(
+      kPeerInterface, "Echo", [&](Message*) { outcomes.push_back("absent ok"); },
+      record("absent"), uint32_t{1});
+  BusSlot dropped = proxy_->CallMethod(
+      kPeerInterface, "Echo", [&](Message*) { outcomes.push_back("dropped"); },
+      record("dropped"), uint32_t{1});
+  dropped.reset();
+  EXPECT_TRUE(outcomes.empty()) << "a callback ran inside CallMethod";
+  RunUntil([&] { return outcomes.size() >= 3; });
+  // One more round trip, so a reply to the dropped call would have come.
+  BusSlot last = proxy_->CallMethod(
+      kPeerInterface, "Echo", [&](Message*) { outcomes.push_back("last"); },
+      record("last"), uint32_t{1});
+  RunUntil([&] { return outcomes.size() >= 4; });
+
+  EXPECT_THAT(outcomes,
+              testing::UnorderedElementsAre(
+                  "echo 7", "fail " + std::string(kBoom),
+                  "absent org.freedesktop.DBus.Error.ServiceUnknown", "last"));
+}
+
+TEST_F(ObjectProxyTest, FollowsTheSignalsAndTheOwnerOfTheService) {
+  std::vector<std::string> events;
+  proxy_->SetNameOwnerChangedCallback(
+      [&](const std::string& old_owner, const std::string& new_owner) {
+        events.push_back(std::string("owner ") + (old_owner.empty() ? "-" : "a") +
+                         (new_owner.empty() ? "-" : "b"));
+      });
+  BusSlot signal = proxy_->ConnectToSignal(
+      kPeerInterface, "Changed", [&](Message* m) {
+        std::string text;
+        MessageReader(m).Read(&text, nullptr);
+        events.push_back("signal " + text);
+      });
+  ASSERT_TRUE(signal);
+  // Another connection sending the same signal is not the service.
+  sd_bus* stranger = daemon_->Connect();
+  ASSERT_TRUE(stranger);
+
+  StartPeerOnLoop();
+  RunUntil([&] { return events.size() == 1; });
+  sd_bus_emit_signal(stranger, kPeerPath, kPeerInterface, "Changed", "s", "x");
+  sd_bus_emit_signal(peer_->bus(), kPeerPath, kPeerInterface, "Changed", "s",
+                     "one");
+  RunUntil([&] { return events.size() == 2; });
+  signal.reset();
+  sd_bus_emit_signal(peer_->bus(), kPeerPath, kPeerInterface, "Changed", "s",
+                     "dropped");
+  peer_.reset();
+  RunUntil([&] { return events.size() == 3; });
+  sd_bus_flush_close_unref(stranger);
+
+  EXPECT_THAT(events, ElementsAre("owner -b", "signal one", "owner a-"));
+}
+
+TEST(ObjectProxyDeathTest, NullReplyIsFatal) {
+  uint32_t value = 0;
+  EXPECT_DEATH(ExtractMethodCallResults(nullptr, nullptr, &value),
+               "Unable to extract parameters from a NULL message\\.");
+}
+
+}  // namespace
+}  // namespace morvane::ap
