@@ -1,0 +1,127 @@
+#include "platform/property_set.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-bus.h>
+
+#include "platform/object_proxy.h"
+#include "tests/fixtures/bus_test.h"
+#include "tests/fixtures/log_capture.h"
+#include "tests/fixtures/test_peer.h"
+
+namespace morvane::ap {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr char kName[] = "org.tessaly.Test.Props";
+constexpr char kPath[] = "/org/tessaly/Test/Props";
+constexpr char kInterface[] = "org.tessaly.Test.Props";
+constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
+
+class TestSet : public PropertySet {
+ public:
+  TestSet(ObjectProxy* proxy, PropertyChangedCallback callback)
+      : PropertySet(proxy, kInterface, std::move(callback)) {
+    RegisterProperty("Flag", &flag);
+    RegisterProperty("Text", &text);
+  }
+
+  Property<bool> flag;
+  Property<std::string> text;
+};
+
+class PropertySetTest : public BusTest {
+ protected:
+  void SetUp() override {
+    BusTest::SetUp();
+    if (HasFatalFailure()) return;
+    proxy_ = std::make_unique<ObjectProxy>(bus_, kName, ObjectPath{kPath});
+    set_ = std::make_unique<TestSet>(
+        proxy_.get(), [this](const std::string& name) { arrived_.push_back(name); });
+    set_->ConnectSignals();
+  }
+
+  void TearDown() override { peer_.reset(); }
+
+  // Joins the bus as the peer; GetAll answers with what |append| writes.
+  void StartPeer(std::function<void(sd_bus_message*)> append) {
+    peer_ = std::make_unique<TestPeer>(
+        *daemon_, kName, kPath,
+        [append](sd_bus_message* call) {
+          if (!sd_bus_message_is_method_call(call, kProperties, "GetAll")) {
+            return 0;
+          }
+          sd_bus_message* reply = nullptr;
+          sd_bus_message_new_method_return(call, &reply);
+          append(reply);
+          const int r = sd_bus_send(nullptr, reply, nullptr);
+          sd_bus_message_unref(reply);
+          return r;
+        },
+        loop_.get());
+  }
+
+  // Waits until |count| values have arrived in all.
+  void WaitForArrivals(size_t count) {
+    RunUntil([&] { return arrived_.size() >= count; });
+  }
+
+  std::unique_ptr<ObjectProxy> proxy_;
+  std::unique_ptr<TestSet> set_;
+  std::unique_ptr<TestPeer> peer_;
+  std::vector<std::string> arrived_;
+};
+
+TEST_F(PropertySetTest, TakesValuesOfTheRightTypeAndWarnsOfTheOthers) {
+  LogCapture log;
+  StartPeer([](sd_bus_message* m) {
+    sd_bus_message_append(m, "a{sv}", 3, "Flag", "b", 1, "Other", "u", 5,
+                          "Text", "u", 7);
+  });
+  set_->GetAll();
+  WaitForArrivals(1);
+  EXPECT_TRUE(set_->flag.value());
+  EXPECT_FALSE(set_->text.is_valid());
+
+  sd_bus_emit_signal(peer_->bus(), kPath, kProperties, "PropertiesChanged",
+                     "sa{sv}as", "org.tessaly.Test.Elsewhere", 1, "Flag", "b",
+                     0, 0);
+  sd_bus_emit_signal(peer_->bus(), kPath, kProperties, "PropertiesChanged",
+                     "sa{sv}as", kInterface, 2, "Text", "s", "hello", "Flag",
+                     "s", "no", 0);
+  WaitForArrivals(2);
+
+  EXPECT_THAT(arrived_, ElementsAre("Flag", "Text"));
+  EXPECT_TRUE(set_->flag.value());
+  EXPECT_EQ(set_->text.value(), "hello");
+  const std::vector<std::string> warnings = log.Messages(google::GLOG_WARNING);
+  ASSERT_EQ(warnings.size(), 2u);
+  EXPECT_THAT(warnings[0], HasSubstr("org.tessaly.Test.Props.Text"));
+  EXPECT_THAT(warnings[1], HasSubstr("org.tessaly.Test.Props.Flag: Method "
+                                     "parameter type mismatch, keeping"));
+}
+
+TEST_F(PropertySetTest, ReadsAgainWhenTheServiceComesBackOrInvalidates) {
+  set_->GetAll();  // The service is absent: nothing arrives.
+  StartPeer([](sd_bus_message* m) {
+    sd_bus_message_append(m, "a{sv}", 1, "Text", "s", "first");
+  });
+  WaitForArrivals(1);
+  peer_.reset();
+  StartPeer([](sd_bus_message* m) {
+    sd_bus_message_append(m, "a{sv}", 1, "Text", "s", "second");
+  });
+  WaitForArrivals(2);
+  EXPECT_EQ(set_->text.value(), "second");
+
+  sd_bus_emit_signal(peer_->bus(), kPath, kProperties, "PropertiesChanged",
+                     "sa{sv}as", kInterface, 0, 1, "Text");
+  WaitForArrivals(3);
+
+  EXPECT_THAT(arrived_, ElementsAre("Text", "Text", "Text"));
+}
+
+}  // namespace
+}  // namespace morvane::ap
