@@ -1,0 +1,137 @@
+#include "common/upstart_client.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <systemd/sd-bus.h>
+
+#include <mutex>
+
+#include "tests/fixtures/bus_test.h"
+#include "tests/fixtures/test_peer.h"
+
+namespace morvane::ap {
+namespace {
+
+using ::testing::ElementsAre;
+
+// Upstart as far as the client needs it. Jobs: "ok" has the instances a
+// and b; "failing" is refused with an error; "extra" is answered with one
+// value too many; "hung" is never answered.
+class UpstartPeer {
+ public:
+  explicit UpstartPeer(const DbusDaemonFixture& daemon)
+      : peer_(daemon, UpstartClient::kServiceName, UpstartClient::kManagerPath,
+              [this](sd_bus_message* m) { return Serve(m); }) {}
+
+  std::vector<std::string> calls() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return calls_;
+  }
+
+ private:
+  int Serve(sd_bus_message* m) {
+    const std::string member = sd_bus_message_get_member(m);
+    std::string call = sd_bus_message_get_path(m) + (" " + member);
+    const char* text = nullptr;
+    if (member == "EmitEvent" || member == "GetJobByName") {
+      sd_bus_message_read(m, "s", &text);
+      call += std::string(" ") + text;
+    }
+    if (member == "EmitEvent" || member == "Start") {
+      char** env = nullptr;
+      sd_bus_message_read_strv(m, &env);
+      for (char** e = env; e && *e; ++e) call += std::string(" ") + *e;
+      for (char** e = env; e && *e; ++e) free(*e);
+      free(env);
+    }
+    int wait = 0;
+    if (sd_bus_message_read(m, "b", &wait) > 0) call += wait ? " wait" : " nowait";
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      calls_.push_back(call);
+    }
+    if (member == "GetJobByName") {
+      const std::string job = text;
+      const std::string path = "/com/ubuntu/Upstart/jobs/" + job;
+      if (job == "failing") {
+        return sd_bus_reply_method_errorf(m, "com.ubuntu.Upstart0_6.Error.UnknownJob",
+                                          "Unknown job: %s", text);
+      }
+      if (job == "hung") return 1;
+      if (job == "extra") {
+        return sd_bus_reply_method_return(m, "ou", path.c_str(), 1);
+      }
+      return sd_bus_reply_method_return(m, "o", path.c_str());
+    }
+    if (member == "GetAllInstances") {
+      return sd_bus_reply_method_return(m, "ao", 2, "/com/ubuntu/Upstart/jobs/ok/a",
+                                        "/com/ubuntu/Upstart/jobs/ok/b");
+    }
+    return sd_bus_reply_method_return(m, "");
+  }
+
+  std::mutex mutex_;
+  std::vector<std::string> calls_;
+  TestPeer peer_;
+};
+
+class UpstartClientTest : public BusTest {};
+
+TEST_F(UpstartClientTest, SendsEventsAndJobCommandsAsUpstartTakesThem) {
+  UpstartPeer upstart(*daemon_);
+
+  UpstartClient().EmitEvent("ap-wan-online", {}, false);
+  UpstartClient client;
+  client.EmitEvent("custom", {"A=1", "B=2"}, true);
+  ErrorPtr error;
+  EXPECT_TRUE(client.StartJob("ok", {"X=y"}, false, &error));
+  EXPECT_TRUE(client.StopJob("ok", true, &error));
+  EXPECT_FALSE(error);
+
+  EXPECT_THAT(
+      upstart.calls(),
+      ElementsAre("/com/ubuntu/Upstart EmitEvent ap-wan-online nowait",
+                  "/com/ubuntu/Upstart EmitEvent custom A=1 B=2 wait",
+                  "/com/ubuntu/Upstart GetJobByName ok",
+                  "/com/ubuntu/Upstart/jobs/ok Start X=y nowait",
+                  "/com/ubuntu/Upstart GetJobByName ok",
+                  "/com/ubuntu/Upstart/jobs/ok GetAllInstances",
+                  "/com/ubuntu/Upstart/jobs/ok/a Stop wait",
+                  "/com/ubuntu/Upstart/jobs/ok/b Stop wait"));
+}
+
+TEST_F(UpstartClientTest, FailuresOfUpstartReachTheCallerAsDbusErrors) {
+  UpstartPeer upstart(*daemon_);
+  // Shortened from the library's 25 s for the job that is never answered.
+  setenv("SYSTEMD_BUS_TIMEOUT", "300ms", 1);
+  UpstartClient client;
+  const struct {
+    const char* job;
+    const char* code;
+    const char* message;
+  } kCases[] = {
+      {"failing", "com.ubuntu.Upstart0_6.Error.UnknownJob",
+       "Unknown job: failing"},
+      {"extra", "org.freedesktop.DBus.Error.InvalidArgs",
+       "Too many parameters in a method call"},
+      {"hung", "org.freedesktop.DBus.Error.Timeout", nullptr},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.job);
+    ErrorPtr error;
+
+    EXPECT_FALSE(client.StartJob(c.job, {}, false, &error));
+
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), kDbusErrorDomain);
+    EXPECT_EQ(error->code(), c.code);
+    if (c.message) {
+      EXPECT_EQ(error->message(), c.message);
+    }
+  }
+  unsetenv("SYSTEMD_BUS_TIMEOUT");
+}
+
+}  // namespace
+}  // namespace morvane::ap
