@@ -6,6 +6,8 @@
 
 #include "av/lighting_client.h"
 #include "av/lighting_manager.h"
+#include "common/vantle_client.h"
+#include "dbus/group_monitor_proxy.h"
 #include "platform/service_daemon.h"
 #include "stubs/metrics/metrics_library.h"
 
@@ -29,8 +31,26 @@ class AudioVisualDaemon : public ServiceDaemon {
   void RegisterServiceObjects(AsyncEventSequencer* sequencer) override;
 
  private:
+  friend class AudioVisualDaemonTest;
+
+  // The ring's connectivity input is "the WAN is online and this access
+  // point has no group failure". A group failure is a non-root access point
+  // that does not reach the root; it clears when the group monitor leaves
+  // the bus. Each offline-to-online change of the WAN emits the init
+  // system's event "ap-wan-online".
+  void OnGroupMonitorPropertyChanged(
+      org::tessaly::ap::GroupMonitorProxyInterface* proxy,
+      const std::string& name);
+  void OnGroupMonitorOwnerChanged(const std::string& old_owner,
+                                  const std::string& new_owner);
+  void OnWanStateChanged(const std::string& state);
+
+  std::unique_ptr<VantleClient> vantle_client_;
+  std::unique_ptr<org::tessaly::ap::GroupMonitorProxy> group_monitor_proxy_;
+  bool group_failure_ = false;
   // The whole network-creation clip, played when setup completes.
   std::string system_setup_audio_;
+  bool wan_online_ = false;
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
   std::unique_ptr<LightingManager> lighting_manager_;
