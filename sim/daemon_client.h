@@ -1,16 +1,19 @@
 #ifndef SIM_DAEMON_CLIENT_H_
 #define SIM_DAEMON_CLIENT_H_
 
-#include <systemd/sd-bus.h>
-
 #include <cstdint>
 #include <functional>
-#include <list>
+#include <map>
+#include <memory>
 #include <string>
 
+#include "platform/bus.h"
 #include "platform/error.h"
+#include "platform/object_proxy.h"
 
 namespace morvane::ap {
+
+class EventLoop;
 
 // The simulator's own client of the daemon under test, on a connection of
 // its own: calls the daemon's Manager methods without waiting, so that a hung
@@ -25,9 +28,9 @@ class DaemonClient {
   // The daemon answered SetOperationInProgress with |id|.
   using OperationCallback = std::function<void(uint32_t id)>;
 
-  // |event| must outlive this object. Each callback runs after the line that
+  // |loop| must outlive this object. Each callback runs after the line that
   // reports its event, always from the loop; none may destroy this object.
-  DaemonClient(sd_event* event, std::string bus_address, Reporter report,
+  DaemonClient(EventLoop* loop, std::string bus_address, Reporter report,
                ReadyCallback on_ready, OperationCallback on_operation_started);
   DaemonClient(const DaemonClient&) = delete;
   DaemonClient& operator=(const DaemonClient&) = delete;
@@ -49,33 +52,24 @@ class DaemonClient {
                    uint32_t seconds);
 
  private:
-  // One outstanding call to the daemon's Manager.
-  struct ManagerCall {
-    DaemonClient* client;
-    std::string label;
-    std::list<ManagerCall>::iterator self;
-  };
-
-  void CallManager(const char* method, const std::string& inject,
-                   const std::string& label, uint32_t argument);
-  // Calls |method| on the daemon's Manager without waiting; the reply is
-  // reported as |label| plus the outcome.
+  // Calls |method| on the daemon's Manager without waiting. A successful
+  // reply is reported as |label|, or by |on_reply| when there is one; an
+  // error reply as |label| and the error.
   template <typename... Args>
-  void SendManagerCall(const std::string& label, const char* method,
-                       const char* signature, Args... args);
-  void OnNameOwnerChanged(sd_bus_message* message);
-  static int OnNameOwnerChangedThunk(sd_bus_message* message, void* userdata,
-                                     sd_bus_error* error);
-  static int OnManagerReply(sd_bus_message* reply, void* userdata,
-                            sd_bus_error* error);
+  void CallManager(const std::string& label, const char* method,
+                   std::function<void(Message*)> on_reply,
+                   const Args&... args);
 
-  sd_event* const event_;
+  EventLoop* const loop_;
   const std::string bus_address_;
   const Reporter report_;
   const ReadyCallback on_ready_;
   const OperationCallback on_operation_started_;
-  sd_bus* bus_ = nullptr;
-  std::list<ManagerCall> calls_;
+  std::shared_ptr<Bus> bus_;
+  std::unique_ptr<ObjectProxy> manager_;
+  // Calls in flight, by a number of our own.
+  std::map<uint64_t, BusSlot> calls_;
+  uint64_t next_call_ = 0;
 };
 
 }  // namespace morvane::ap

@@ -204,7 +204,7 @@ bool Simulator::StartBus(ErrorPtr* error) {
 
 bool Simulator::ConnectDaemonClient(ErrorPtr* error) {
   daemon_client_ = std::make_unique<DaemonClient>(
-      loop_->event(), bus_address_,
+      loop_, bus_address_,
       [this](const std::string& line) { Report(line); },
       [this](bool ready) {
         state_.avd_ready = ready;
