@@ -1,11 +1,9 @@
-#include <gflags/gflags.h>
-
 #include "av/audio_visual_daemon.h"
+#include "platform/command_line.h"
 #include "platform/logging.h"
 
 int main(int argc, char** argv) {
-  gflags::SetUsageMessage("AV Daemon");
-  gflags::ParseCommandLineFlags(&argc, &argv, true);
+  morvane::ap::ParseCommandLine(&argc, &argv, "AV Daemon", __FILE__);
   morvane::ap::InitLogging(argv[0], morvane::ap::kLogToSyslog |
                                         morvane::ap::kLogToStderr |
                                         morvane::ap::kLogHeader);

@@ -10,20 +10,21 @@
 #include <memory>
 #include <string>
 
+#include "platform/command_line.h"
 #include "platform/event_loop.h"
 #include "sim/script_ui.h"
 #include "sim/simulator.h"
 #include "sim/terminal_ui.h"
 
 DEFINE_bool(script, false,
-            "Read commands from stdin and print events as lines (the default "
-            "when stdin is not a terminal)");
+            "Read commands from stdin and print events as lines; unset, the "
+            "mode is chosen by whether stdin and stdout are terminals");
 DEFINE_string(avd, "",
-              "Path of the daemon binary (default: the build tree's av/avd "
-              "next to this program, else avd in PATH)");
+              "Path of the daemon binary; empty: the build tree's av/avd "
+              "next to this program, else avd in PATH");
 DEFINE_string(preload, "",
-              "Path of the IIO preload library (default: next to this "
-              "program; \"none\" to run without it)");
+              "Path of the IIO preload library; empty: the one next to this "
+              "program; \"none\": run without it");
 DEFINE_bool(developer, true,
             "Simulate a developer device (is_developer_end_user exits 0)");
 DEFINE_bool(verified, false,
@@ -112,9 +113,10 @@ int Main(bool script) {
 }  // namespace morvane::ap
 
 int main(int argc, char** argv) {
-  gflags::SetUsageMessage(
-      "Platform simulator: runs avd against simulated peers and devices");
-  gflags::ParseCommandLineFlags(&argc, &argv, true);
+  morvane::ap::ParseCommandLine(
+      &argc, &argv,
+      "Platform simulator: runs avd against simulated peers and devices",
+      __FILE__);
   bool script = FLAGS_script;
   if (gflags::GetCommandLineFlagInfoOrDie("script").is_default) {
     script = !isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO);

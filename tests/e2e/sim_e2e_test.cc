@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -115,6 +116,27 @@ TEST_F(SimE2eTest, RestartedDaemonStartsOverAndClaimsItsNameAgain) {
   const size_t restarted = Expect("light init 1", before);
   Expect("ready", before);
   Expect("light state 0", restarted);
+}
+
+// Both programs print their own usage and flags, none of their libraries'.
+TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
+  ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
+  for (const std::string binary : {AVD_BINARY, AP_SIM_BINARY}) {
+    SCOPED_TRACE(binary);
+    FILE* out = popen(("timeout 10 " + binary + " --help").c_str(), "r");
+    ASSERT_NE(out, nullptr);
+    std::string text;
+    char buffer[4096];
+    while (size_t n = fread(buffer, 1, sizeof(buffer), out)) text.append(buffer, n);
+
+    EXPECT_EQ(pclose(out), 0);
+    EXPECT_EQ(text.find("log_dir"), std::string::npos) << text;
+    if (binary == AVD_BINARY) {
+      EXPECT_EQ(text, "avd: AV Daemon\n");
+    } else {
+      EXPECT_NE(text.find("--script:"), std::string::npos) << text;
+    }
+  }
 }
 
 // Each way of ending the simulator stops the daemon cleanly and leaves no
