@@ -118,6 +118,26 @@ TEST_F(SimE2eTest, RestartedDaemonStartsOverAndClaimsItsNameAgain) {
   Expect("light state 0", restarted);
 }
 
+TEST_F(SimE2eTest, WanAndGroupStatusDriveTheRing) {
+  WaitUntilReady();
+
+  sim_.Send("wan online");
+  const size_t online = Expect("light state 1");
+  Expect("upstart ap-wan-online", online);
+  sim_.Send("group failure");
+  const size_t failure = Expect("light state 2", online);
+  sim_.Send("group leave");
+  const size_t left = Expect("light state 1", failure);
+  sim_.Send("wan offline");
+  const size_t offline = Expect("light state 2", left);
+  sim_.Send("wan online");
+  Expect("light state 1", offline);
+
+  // Upstart hears each offline-to-online change once.
+  Expect("upstart ap-wan-online", offline);
+  EXPECT_EQ(sim_.Count("upstart ap-wan-online"), 2u) << sim_.Transcript();
+}
+
 // Both programs print their own usage and flags, none of their libraries'.
 TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
   ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
