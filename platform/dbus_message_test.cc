@@ -120,13 +120,11 @@ TEST_F(MessageTest, ReportsMissingMismatchedAndExtraArguments) {
 }
 
 TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
-  // a{sv} with a value of the wrong type, then the a{oa{sa{sv}}} of
-  // GetManagedObjects.
+  // a{sv} with a value of the wrong type; the nested dictionaries of
+  // GetManagedObjects are read in the exported object's tests.
   auto message = SealedRaw([](Message* m) {
     sd_bus_message_append(m->raw(), "a{sv}", 3, "On", "b", 1, "Level", "s",
                           "high", "Name", "s", "ring");
-    sd_bus_message_append(m->raw(), "a{oa{sa{sv}}}", 1, "/o", 2, "i.A", 1,
-                          "On", "b", 0, "i.B", 0);
   });
   MessageReader reader(message.get());
   std::vector<std::string> seen;
@@ -147,21 +145,8 @@ TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
         return reader.ReadVariant(&name, error) && name == "ring";
       },
       nullptr));
-  ASSERT_TRUE(reader.ReadDictionary<ObjectPath>(
-      "a{sa{sv}}",
-      [&](const ObjectPath& path, ErrorPtr* error) {
-        return reader.ReadDictionary<std::string>(
-            "a{sv}",
-            [&](const std::string& interface, ErrorPtr* error) {
-              seen.push_back(path.value + " " + interface);
-              return reader.Skip(error);
-            },
-            error);
-      },
-      nullptr));
-
   EXPECT_TRUE(reader.ReadEnd(nullptr));
-  EXPECT_THAT(seen, ElementsAre("On", "Level", "Name", "/o i.A", "/o i.B"));
+  EXPECT_THAT(seen, ElementsAre("On", "Level", "Name"));
   EXPECT_TRUE(on);
   ASSERT_TRUE(level_error);
   EXPECT_EQ(level_error->message(), "Method parameter type mismatch");
