@@ -42,9 +42,7 @@ void VantleClient::GetProperties() {
       [this](Message* reply) { OnGetProperties(reply); },
       [](const Error* error) {
         // An absent connection manager is read when it arrives.
-        if (error->code() == "org.freedesktop.DBus.Error.ServiceUnknown") {
-          return;
-        }
+        if (IsServiceUnknown(error)) return;
         LOG(WARNING) << "Failed to get the connection manager's properties: "
                      << error->message();
       });

@@ -157,6 +157,11 @@ BusSlot ObjectProxy::ConnectToNameOwnerChanged(
       });
 }
 
+bool IsServiceUnknown(const Error* error) {
+  return error->HasError(kDbusErrorDomain,
+                         "org.freedesktop.DBus.Error.ServiceUnknown");
+}
+
 void ObjectProxy::SetNameOwnerChangedCallback(
     NameOwnerChangedCallback callback) {
   name_owner_changed_slot_ = ConnectToNameOwnerChanged(std::move(callback));

@@ -126,6 +126,9 @@ class ObjectProxy {
   BusSlot name_owner_changed_slot_;
 };
 
+// True for the error of a call to a service that is not on the bus.
+bool IsServiceUnknown(const Error* error);
+
 // Reads the values of |reply| into |results| in order. A null |reply| is a
 // broken invariant and ends the process. An error reply adds an error of
 // domain "dbus" with its name and text; a reply that does not hold exactly

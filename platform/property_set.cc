@@ -41,15 +41,19 @@ void PropertySet::GetAll() {
       kPropertiesInterface, "GetAll",
       [this](Message* reply) { OnGetAll(reply); },
       [this](const Error* error) {
-        // An absent service is no fault: its arrival triggers a new read.
-        if (error->code() == "org.freedesktop.DBus.Error.ServiceUnknown") {
-          VLOG(1) << proxy_->service_name() << " is not on the bus yet";
-          return;
-        }
+        // An absent service is read when it arrives.
+        if (IsServiceUnknown(error)) return;
         LOG(WARNING) << "Failed to get the properties of " << interface_
                      << ": " << error->message();
       },
       interface_);
+}
+
+bool PropertySet::ReadAll(MessageReader& reader, ErrorPtr* error) {
+  std::vector<std::string> arrived;
+  const bool read = ReadProperties(reader, &arrived, error);
+  Notify(arrived);
+  return read;
 }
 
 void PropertySet::OnGetAll(Message* reply) {

@@ -87,6 +87,12 @@ class PropertySet {
   // request still pending is dropped.
   void GetAll();
 
+  // Takes the values of the a{sv} the reader is on (properties that came
+  // with an object, say), then calls the callback for each. Returns false
+  // and adds to |error| when the dictionary itself is malformed; the values
+  // read before stay taken. A callback may destroy the set.
+  bool ReadAll(MessageReader& reader, ErrorPtr* error);
+
   const std::string& interface() const { return interface_; }
 
  private:
