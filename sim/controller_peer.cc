@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "common/runtime_state.pb.h"
 #include "sim/peer_bus.h"
 
 namespace morvane::ap {
@@ -21,11 +20,7 @@ ControllerPeer::ControllerPeer(sd_event* event, std::string bus_address,
                                Reporter report)
     : event_(event),
       bus_address_(std::move(bus_address)),
-      report_(std::move(report)) {
-  RuntimeState state;
-  state.set_wan_interface("wan0");
-  state.SerializeToString(&runtime_state_);
-}
+      report_(std::move(report)) {}
 
 ControllerPeer::~ControllerPeer() { Stop(); }
 
@@ -63,6 +58,11 @@ DeviceConfiguration ControllerPeer::configuration() const {
 void ControllerPeer::SetConfiguration(const DeviceConfiguration& config) {
   config.SerializeToString(&device_configuration_);
   Publish("DeviceConfiguration");
+}
+
+void ControllerPeer::SetRuntimeState(const RuntimeState& state) {
+  state.SerializeToString(&runtime_state_);
+  Publish("RuntimeState");
 }
 
 void ControllerPeer::SetSetupCompleted(bool completed) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "common/runtime_state.pb.h"
 #include "common/storage.pb.h"
 #include "platform/error.h"
 
@@ -40,6 +41,9 @@ class ControllerPeer {
   DeviceConfiguration configuration() const;
   // Stores |config| and publishes it as a property change.
   void SetConfiguration(const DeviceConfiguration& config);
+
+  // Stores |state| and publishes it as a property change.
+  void SetRuntimeState(const RuntimeState& state);
 
   bool setup_completed() const { return setup_completed_; }
   // Changes what GetSetupCompleted answers and publishes the configuration
