@@ -2,6 +2,8 @@
 
 #include <glog/logging.h>
 
+#include <cstdint>
+
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
@@ -12,6 +14,40 @@
 
 namespace morvane::ap {
 namespace {
+
+constexpr int64_t kAmbientLightSamplingUs = 2'000'000;
+constexpr char kPrioritizeEventMetric[] = "AccessPoint.PrioritizeEvent";
+constexpr int kPrioritized = 1;
+constexpr int kNothingToPrioritize = 2;
+constexpr int kPrioritizeEventMax = 3;
+// The clips are signed 16-bit little-endian PCM at 48000 frames a second;
+// the network-creation clip has two channels.
+constexpr int kSampleFormatS16Le = 2;
+constexpr int kSampleRate = 48000;
+constexpr int kNetworkCreationChannels = 2;
+// The first output device of the internal speaker.
+constexpr int kInternalSpeaker = 0;
+constexpr int kOutput = 0;
+
+// The configured intensity (percent) on the 0..255 scale of the master
+// brightness, in the 32-bit arithmetic of the record's field: 30 gives 76,
+// 100 gives 255, and 101 wraps to 1.
+uint8_t ScaleIntensity(int32_t percent) {
+  const auto product =
+      static_cast<int32_t>(static_cast<uint32_t>(percent) * 255u);
+  return static_cast<uint8_t>(product / 100);
+}
+
+// Wall-clock time |duration_seconds| from |now_us|, in whole seconds since
+// the epoch as the record's 32-bit field holds them; the sum saturates.
+int32_t ExpirationTime(int64_t now_us, int32_t duration_seconds) {
+  int64_t due_us = 0;
+  if (__builtin_add_overflow(now_us, int64_t{duration_seconds} * 1'000'000,
+                             &due_us)) {
+    due_us = duration_seconds > 0 ? INT64_MAX : INT64_MIN;
+  }
+  return static_cast<int32_t>(due_us / 1'000'000);
+}
 
 // Lets a developer device behave as a verified one.
 const std::string& SimulateVerifiedModePath() {
@@ -36,6 +72,7 @@ AudioVisualDaemon::AudioVisualDaemon()
 AudioVisualDaemon::~AudioVisualDaemon() = default;
 
 void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
+  ambient_light_timer_ = std::make_unique<RepeatingTimer>(loop());
   metrics_library_.Init();
 
   const std::string kNetworkCreationAudioFilename =
@@ -55,6 +92,12 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
       object_manager(),
       sequencer->GetHandler("Manager.RegisterAsync() failed.", true));
 
+  configuration_monitor_ = std::make_unique<ConfigurationMonitor>(bus());
+  configuration_monitor_->SetDeviceConfigurationChangedCallback(
+      [this](const DeviceConfiguration& config) {
+        OnDeviceConfigurationChanged(config);
+      });
+
   group_monitor_proxy_ = std::make_unique<org::tessaly::ap::GroupMonitorProxy>(
       bus(), org::tessaly::ap::kGroupMonitorServiceName,
       ObjectPath{org::tessaly::ap::kGroupMonitorPath});
@@ -71,6 +114,110 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   vantle_client_ = std::make_unique<VantleClient>(bus());
   vantle_client_->RegisterConnectionStateCallback(
       [this](const std::string& state) { OnWanStateChanged(state); });
+}
+
+void AudioVisualDaemon::OnDeviceConfigurationChanged(
+    const DeviceConfiguration& config) {
+  bool completed = false;
+  org::tessaly::ap::Controller::ConfigurationProxyInterface* proxy =
+      configuration_monitor_->GetConfigurationProxy();
+  if (!proxy || !proxy->GetSetupCompleted(&completed, nullptr,
+                                          ObjectProxy::kTimeoutUseDefault)) {
+    LOG(WARNING) << "Could not read if setup was completed";
+    return;
+  }
+  if (!device_configuration_) {
+    lighting_manager_->SetSetupMode(!completed);
+  } else if (completed != setup_completed_) {
+    if (completed) {
+      lighting_manager_->SetupCompleted();
+      PlayNetworkCreationSound();
+    } else {
+      lighting_manager_->SetSetupMode(true);
+    }
+  }
+  setup_completed_ = completed;
+
+  const bool lighting_unchanged =
+      device_configuration_ &&
+      device_configuration_->light_intensity() == config.light_intensity() &&
+      device_configuration_->enable_automatic_intensity() ==
+          config.enable_automatic_intensity();
+  device_configuration_ = std::make_unique<DeviceConfiguration>(config);
+  if (lighting_unchanged) return;
+  LOG(INFO) << "Applying lighting configuration: intensity "
+            << config.light_intensity() << ", automatic intensity "
+            << (config.enable_automatic_intensity() ? "enabled" : "disabled");
+  ConfigureAmbientLightSampling();
+  ApplyBrightness();
+}
+
+void AudioVisualDaemon::ConfigureAmbientLightSampling() {
+  if (device_configuration_->enable_automatic_intensity()) {
+    ambient_light_timer_->Start(kAmbientLightSamplingUs,
+                                [this] { ApplyBrightness(); });
+  } else {
+    ambient_light_timer_->Stop();
+  }
+}
+
+void AudioVisualDaemon::ApplyBrightness() {
+  if (!device_configuration_->enable_automatic_intensity()) {
+    light_set_master_brightness(
+        ScaleIntensity(device_configuration_->light_intensity()));
+    return;
+  }
+  uint8_t level = 0;
+  // No reading, no change: the next sample tries again.
+  if (light_get_ambient_brightness(&level)) {
+    light_set_master_brightness(level == 0 ? 1 : level);
+  }
+}
+
+void AudioVisualDaemon::PlayNetworkCreationSound() {
+  if (!pavo_client_) {
+    CHECK(pavo_helper_create_connect(&pavo_client_) == 0);
+  }
+  // The outcome is not looked at: a missed chime is not worth a retry.
+  pavo_helper_play_buffer(
+      pavo_client_, system_setup_audio_.data(), system_setup_audio_.size() / 4,
+      kSampleFormatS16Le, kSampleRate, kNetworkCreationChannels,
+      pavo_client_get_first_dev_type_idx(pavo_client_, kInternalSpeaker,
+                                         kOutput));
+}
+
+void AudioVisualDaemon::OnWaveDetected() {
+  LOG(INFO) << "Wave detected";
+  const DeviceConfiguration* current =
+      configuration_monitor_->device_configuration();
+  if (!current) {
+    LOG(WARNING) << "Unable to get current device configuration";
+    return;
+  }
+  DeviceConfiguration config = *current;
+  if (!config.has_default_prioritized_device() ||
+      config.default_prioritized_device().expiration_time() == 0 ||
+      config.enable_bridge_mode()) {
+    metrics_library_.SendEnumToUMA(kPrioritizeEventMetric,
+                                   kNothingToPrioritize, kPrioritizeEventMax);
+    return;
+  }
+  LOG(INFO) << "Prioritizing default device";
+  metrics_library_.SendEnumToUMA(kPrioritizeEventMetric, kPrioritized,
+                                 kPrioritizeEventMax);
+  const DeviceConfiguration::PrioritizedDevice& chosen =
+      config.default_prioritized_device();
+  DeviceConfiguration::PrioritizedDevice* prioritized =
+      config.mutable_prioritized_device();
+  prioritized->set_mac_address(chosen.mac_address());
+  prioritized->set_expiration_time(
+      ExpirationTime(loop()->WallNow(), chosen.expiration_time()));
+  // The new configuration comes back through OnDeviceConfigurationChanged.
+  if (configuration_monitor_->WriteDeviceConfiguration(config)) {
+    lighting_manager_->ReapplyStateWithTransition();
+  } else {
+    LOG(WARNING) << "Unable to set device configuration";
+  }
 }
 
 void AudioVisualDaemon::OnGroupMonitorPropertyChanged(

@@ -6,10 +6,14 @@
 
 #include "av/lighting_client.h"
 #include "av/lighting_manager.h"
+#include "common/configuration_monitor.h"
+#include "common/storage.pb.h"
 #include "common/vantle_client.h"
 #include "dbus/group_monitor_proxy.h"
 #include "platform/service_daemon.h"
+#include "platform/timer.h"
 #include "stubs/metrics/metrics_library.h"
+#include "stubs/pavo/pavo.h"
 
 namespace morvane::ap {
 
@@ -45,12 +49,35 @@ class AudioVisualDaemon : public ServiceDaemon {
                                   const std::string& new_owner);
   void OnWanStateChanged(const std::string& state);
 
+  // Follows the setup state into the ring (and plays the network-creation
+  // clip when setup completes while the daemon runs), then applies the
+  // brightness settings when they changed. A configuration whose setup
+  // state cannot be read is ignored.
+  void OnDeviceConfigurationChanged(const DeviceConfiguration& config);
+  // Samples the ambient light every 2 s while automatic intensity is on.
+  void ConfigureAmbientLightSampling();
+  // The ambient level (never 0: darkness does not turn the ring off), or
+  // the configured intensity scaled to 0..255.
+  void ApplyBrightness();
+  void PlayNetworkCreationSound();
+  // Prioritises the configured default device for its duration by writing
+  // the configuration back to the controller.
+  void OnWaveDetected();
+
+  std::unique_ptr<ConfigurationMonitor> configuration_monitor_;
   std::unique_ptr<VantleClient> vantle_client_;
   std::unique_ptr<org::tessaly::ap::GroupMonitorProxy> group_monitor_proxy_;
   bool group_failure_ = false;
+  // Made at start-up: a timer needs the loop.
+  std::unique_ptr<RepeatingTimer> ambient_light_timer_;
+  // Connected on first use and kept; left open at exit on purpose.
+  pavo_client* pavo_client_ = nullptr;
   // The whole network-creation clip, played when setup completes.
   std::string system_setup_audio_;
   bool wan_online_ = false;
+  // The last configuration applied; null until the first.
+  std::unique_ptr<DeviceConfiguration> device_configuration_;
+  bool setup_completed_ = false;
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
   std::unique_ptr<LightingManager> lighting_manager_;

@@ -2,12 +2,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 
 #include "av/mock_lighting_client.h"
+#include "common/mock_configuration_monitor.h"
 #include "common/upstart_client.h"
+#include "dbus/mock_configuration_proxy.h"
 #include "dbus/mock_group_monitor_proxy.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/bus_test.h"
@@ -16,23 +21,58 @@
 
 namespace morvane::ap {
 
+using ::testing::_;
+using ::testing::DoAll;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::NiceMock;
 using ::testing::Return;
+using ::testing::SaveArg;
+using ::testing::SetArgPointee;
 
-// The daemon's reactions, driven directly, with the lighting manager on the
-// fake loop and Upstart as a peer on the test bus.
+// The daemon with its loop replaced by the test's fake one.
+class DaemonOnFakeLoop : public AudioVisualDaemon {
+ public:
+  explicit DaemonOnFakeLoop(TaskLoop* loop) : fake_loop_(loop) {}
+  TaskLoop* loop() const override { return fake_loop_; }
+
+ private:
+  TaskLoop* const fake_loop_;
+};
+
+// The daemon's reactions, driven directly: the lighting manager and the
+// ambient timer on the fake loop, the light, audio and metrics stand-ins
+// logging into a temporary directory, the controller mocked, and Upstart a
+// peer on the test bus.
 class AudioVisualDaemonTest : public BusTest {
  protected:
   void SetUp() override {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
+    char dir[] = "/tmp/avd_daemon_test.XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    dir_ = dir;
+    for (const char* name : {"LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT",
+                             "PAVO_LOG", "PAVO_CAPTURE", "METRICS_LOG"}) {
+      setenv(name, (dir_ + "/" + name).c_str(), 1);
+    }
     ON_CALL(lighting_, SetState).WillByDefault([this](int state) {
       shown_ = state;
       return 0;
     });
+    ON_CALL(lighting_, SetStateWithTransition)
+        .WillByDefault([this](int state, int) {
+          shown_ = state;
+          ++transitions_;
+          return 0;
+        });
     avd_.lighting_manager_ =
         std::make_unique<LightingManager>(&loop_, &lighting_);
+    avd_.ambient_light_timer_ = std::make_unique<RepeatingTimer>(&loop_);
+    auto monitor = std::make_unique<NiceMock<MockConfigurationMonitor>>(bus_);
+    monitor_ = monitor.get();
+    avd_.configuration_monitor_ = std::move(monitor);
+    ON_CALL(*monitor_, GetConfigurationProxy).WillByDefault(Return(&proxy_));
     upstart_ = std::make_unique<TestPeer>(
         *daemon_, UpstartClient::kServiceName, UpstartClient::kManagerPath,
         [this](sd_bus_message* m) {
@@ -42,6 +82,14 @@ class AudioVisualDaemonTest : public BusTest {
           return sd_bus_reply_method_return(m, "");
         });
     loop_.FastForwardBy(61'000'000);  // Past the start-up grace.
+  }
+
+  void TearDown() override {
+    for (const char* name : {"LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT",
+                             "PAVO_LOG", "PAVO_CAPTURE", "METRICS_LOG"}) {
+      unsetenv(name);
+    }
+    std::filesystem::remove_all(dir_);
   }
 
   void Wan(const std::string& state) { avd_.OnWanStateChanged(state); }
@@ -54,11 +102,55 @@ class AudioVisualDaemonTest : public BusTest {
   void GroupMonitorLeaves() { avd_.OnGroupMonitorOwnerChanged(":1.7", ""); }
   void GroupMonitorArrives() { avd_.OnGroupMonitorOwnerChanged("", ":1.8"); }
 
+  // The controller publishes |config| and answers that setup is
+  // |completed|.
+  void Configure(const DeviceConfiguration& config, bool completed = true) {
+    ON_CALL(proxy_, GetSetupCompleted)
+        .WillByDefault(DoAll(SetArgPointee<0>(completed), Return(true)));
+    Deliver(config);
+  }
+  void Deliver(const DeviceConfiguration& config) {
+    avd_.OnDeviceConfigurationChanged(config);
+  }
+  void SetNetworkCreationClip(const std::string& clip) {
+    avd_.system_setup_audio_ = clip;
+  }
+  void Configure(int intensity, bool automatic = false) {
+    DeviceConfiguration config;
+    config.set_light_intensity(intensity);
+    config.set_enable_automatic_intensity(automatic);
+    Configure(config);
+  }
+  void Wave(const DeviceConfiguration* current) {
+    ON_CALL(*monitor_, device_configuration).WillByDefault(Return(current));
+    avd_.OnWaveDetected();
+  }
+
+  // The lines a stand-in library wrote since the last call for it.
+  std::vector<std::string> Calls(const char* variable) {
+    std::ifstream in(dir_ + "/" + variable);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::vector<std::string> fresh(lines.begin() + seen_[variable],
+                                   lines.end());
+    seen_[variable] = lines.size();
+    return fresh;
+  }
+  std::vector<std::string> LightCalls() { return Calls("LIGHTCONTROL_LOG"); }
+  void SetAmbient(const std::string& level) {
+    std::ofstream(dir_ + "/LIGHTCONTROL_AMBIENT") << level;
+  }
+
   FakeTaskLoop loop_;
   NiceMock<MockLightingClient> lighting_;
   NiceMock<org::tessaly::ap::MockGroupMonitorProxy> group_monitor_;
-  AudioVisualDaemon avd_;
+  NiceMock<org::tessaly::ap::Controller::MockConfigurationProxy> proxy_;
+  DaemonOnFakeLoop avd_{&loop_};
+  NiceMock<MockConfigurationMonitor>* monitor_ = nullptr;
+  std::string dir_;
+  std::map<std::string, size_t> seen_;
   int shown_ = -1;
+  int transitions_ = 0;
   std::atomic<int> events_{0};
   std::unique_ptr<TestPeer> upstart_;
 };
@@ -119,6 +211,123 @@ TEST_F(AudioVisualDaemonTest, EachComingOnlineEmitsTheEventOnce) {
   Wan("online");
 
   EXPECT_EQ(events_, 2);
+}
+
+TEST_F(AudioVisualDaemonTest, BrightnessIsTheIntensityScaledToAByte) {
+  for (const auto& [intensity, level] :
+       {std::pair{30, "76"}, {100, "255"}, {101, "1"}}) {
+    Configure(intensity);
+    EXPECT_THAT(LightCalls(), ElementsAre(std::string(
+                                  "light_set_master_brightness ") + level));
+  }
+  LogCapture log;
+
+  // Only other fields differ: stored without a word or a light call.
+  DeviceConfiguration other;
+  other.set_light_intensity(101);
+  other.set_enable_bridge_mode(true);
+  Configure(other);
+
+  EXPECT_THAT(LightCalls(), IsEmpty());
+  EXPECT_THAT(log.Messages(google::GLOG_INFO), IsEmpty());
+}
+
+TEST_F(AudioVisualDaemonTest, AutomaticIntensityFollowsTheAmbientEveryTwoSeconds) {
+  SetAmbient("0");
+  Configure(30, true);
+  EXPECT_THAT(LightCalls(), ElementsAre("light_get_ambient_brightness 0",
+                                        "light_set_master_brightness 1"));
+
+  SetAmbient("200");
+  loop_.FastForwardBy(1'999'999);
+  EXPECT_THAT(LightCalls(), IsEmpty());
+  loop_.FastForwardBy(1);
+  EXPECT_THAT(LightCalls(), ElementsAre("light_get_ambient_brightness 200",
+                                        "light_set_master_brightness 200"));
+
+  Configure(30, false);
+  loop_.FastForwardBy(10'000'000);
+  EXPECT_THAT(LightCalls(), ElementsAre("light_set_master_brightness 76"));
+}
+
+TEST_F(AudioVisualDaemonTest, SetupStateReachesTheRingAndCompletionChimesOnce) {
+  SetNetworkCreationClip(std::string(8, '\0'));  // two stereo frames
+  DeviceConfiguration config;
+
+  Configure(config, false);
+  EXPECT_EQ(shown_, kLightStateSetup);
+  Configure(config, true);
+  Configure(config, true);
+  EXPECT_EQ(shown_, kLightStateOnline);  // the hold after setup
+  EXPECT_EQ(transitions_, 1);
+  Configure(config, false);
+  EXPECT_EQ(shown_, kLightStateSetup);
+
+  EXPECT_THAT(Calls("PAVO_LOG"),
+              ElementsAre("connect 0", "device 0 0 -> 0",
+                          "play frames=2 format=2 rate=48000 channels=2 "
+                          "device=0 bytes=8 -> 0"));
+}
+
+TEST_F(AudioVisualDaemonTest, ConfigurationWithoutSetupStateIsIgnored) {
+  LogCapture log;
+  ON_CALL(proxy_, GetSetupCompleted).WillByDefault(Return(false));
+  Deliver(DeviceConfiguration());
+  ON_CALL(*monitor_, GetConfigurationProxy).WillByDefault(Return(nullptr));
+  Deliver(DeviceConfiguration());
+
+  EXPECT_THAT(LightCalls(), IsEmpty());
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Could not read if setup was completed",
+                          "Could not read if setup was completed"));
+}
+
+TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
+  DeviceConfiguration config;
+  config.mutable_default_prioritized_device()->set_mac_address("02:aa");
+  config.mutable_default_prioritized_device()->set_expiration_time(600);
+  config.set_light_intensity(55);
+  config.add_port_forwarding()->set_lan_ip_address("192.168.86.20");
+  config.mutable_wireless_network()->add_channel_5000mhz()->set_number(36);
+  // A field this daemon does not know goes back as it came.
+  config.mutable_unknown_fields()->AddVarint(99, 7);
+  DeviceConfiguration written;
+  EXPECT_CALL(*monitor_, WriteDeviceConfiguration)
+      .WillOnce(DoAll(SaveArg<0>(&written), Return(true)));
+
+  Wave(&config);
+
+  EXPECT_EQ(written.prioritized_device().mac_address(), "02:aa");
+  EXPECT_EQ(written.prioritized_device().expiration_time(),
+            loop_.WallNow() / 1'000'000 + 600);
+  written.clear_prioritized_device();
+  EXPECT_EQ(written.SerializeAsString(), config.SerializeAsString());
+  EXPECT_EQ(transitions_, 1);
+  EXPECT_THAT(Calls("METRICS_LOG"),
+              ElementsAre("enum AccessPoint.PrioritizeEvent 1 3"));
+}
+
+TEST_F(AudioVisualDaemonTest, WaveWithNothingToPrioritiseWritesNothing) {
+  EXPECT_CALL(*monitor_, WriteDeviceConfiguration).Times(0);
+  DeviceConfiguration none;
+  DeviceConfiguration zero;
+  zero.mutable_default_prioritized_device()->set_mac_address("02:aa");
+  DeviceConfiguration bridge;
+  bridge.mutable_default_prioritized_device()->set_expiration_time(600);
+  bridge.set_enable_bridge_mode(true);
+  LogCapture log;
+
+  for (const DeviceConfiguration* config : {&none, &zero, &bridge}) {
+    Wave(config);
+  }
+  Wave(nullptr);
+
+  EXPECT_THAT(Calls("METRICS_LOG"),
+              ElementsAre("enum AccessPoint.PrioritizeEvent 2 3",
+                          "enum AccessPoint.PrioritizeEvent 2 3",
+                          "enum AccessPoint.PrioritizeEvent 2 3"));
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Unable to get current device configuration"));
 }
 
 }  // namespace

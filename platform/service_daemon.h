@@ -37,8 +37,9 @@ class ServiceDaemon {
   // takes a handler from |sequencer|, which lives until the name is claimed.
   virtual void RegisterServiceObjects(AsyncEventSequencer* sequencer) = 0;
 
-  // Valid from RegisterServiceObjects() on.
-  TaskLoop* loop() const;
+  // Valid from RegisterServiceObjects() on. Virtual so that a test can run
+  // a derived daemon's reactions on a fake loop.
+  virtual TaskLoop* loop() const;
   EventLoop* event_loop() const { return loop_.get(); }
   const std::shared_ptr<Bus>& bus() const { return bus_; }
   ExportedObjectManager* object_manager() const {
