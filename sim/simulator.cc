@@ -82,8 +82,11 @@ const char Simulator::kHelp[] =
     "  wan online|offline        connection manager's ConnectionState\n"
     "  group failure|ok|root|nonroot|leave|join\n"
     "  setup completed|reset     the controller's setup-completed flag\n"
-    "  intensity up|down|N       light_intensity (0..100) via the controller\n"
+    "  intensity up|down|N       light_intensity (N up to 255) via the "
+    "controller\n"
     "  auto on|off               enable_automatic_intensity\n"
+    "  bridge on|off             enable_bridge_mode\n"
+    "  default MAC SECONDS|none  default_prioritized_device\n"
     "  ambient N|fail            ambient light level 0..255\n"
     "  audio down|up             the audio server refuses connections\n"
     "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
@@ -121,10 +124,7 @@ bool Simulator::Start(ErrorPtr* error) {
   controller_ = std::make_unique<ControllerPeer>(
       loop_->event(), address, [this](const std::string& line) {
         Report(line);
-        state_.light_intensity = controller_->configuration().light_intensity();
-        state_.automatic_intensity =
-            controller_->configuration().enable_automatic_intensity();
-        Changed();
+        SyncConfiguration();
       });
   DeviceConfiguration config;
   config.set_light_intensity(state_.light_intensity);
@@ -133,7 +133,11 @@ bool Simulator::Start(ErrorPtr* error) {
       "02:00:00:5e:00:01");
   config.mutable_default_prioritized_device()->set_expiration_time(600);
   controller_->SetConfiguration(config);
+  RuntimeState runtime_state;
+  runtime_state.set_wan_interface("wan0");
+  controller_->SetRuntimeState(runtime_state);
   controller_->SetSetupCompleted(state_.setup_completed);
+  SyncConfiguration();
   group_monitor_ = std::make_unique<GroupMonitorPeer>(loop_->event(), address);
   connection_manager_ =
       std::make_unique<ConnectionManagerPeer>(loop_->event(), address);
@@ -275,7 +279,6 @@ void Simulator::StartAvd() {
       "LIGHTCONTROL_AMBIENT=" + dir.ambient_file(),
       "LIGHTCONTROL_PROXIMITY_DEVICE=" + dir.proximity_device(),
       "PAVO_LOG=" + dir.pavo_log(),
-      "PAVO_CAPTURE=" + dir.pavo_capture_file(),
       "PAVO_DOWN=" + dir.pavo_down_file(),
       "METRICS_LOG=" + dir.metrics_log(),
       "PATH=" + dir.bin_dir() + ":" + (path ? path : "/usr/bin:/bin"),
@@ -285,6 +288,9 @@ void Simulator::StartAvd() {
       std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
           "verify_asan_link_order=0",
   };
+  if (options_.capture_sound) {
+    overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
+  }
   if (!options_.preload_path.empty()) {
     overrides.push_back("LD_PRELOAD=" + options_.preload_path);
   }
@@ -364,14 +370,42 @@ bool Simulator::Execute(const std::string& command_line) {
   } else if (command == "group" && GroupCommand(arg)) {
   } else if (command == "setup" && (arg == "completed" || arg == "reset")) {
     SetSetupCompleted(arg == "completed");
-  } else if (command == "intensity" && arg == "up") {
-    SetIntensity(std::min(100, state_.light_intensity + kIntensityStep));
-  } else if (command == "intensity" && arg == "down") {
-    SetIntensity(std::max(0, state_.light_intensity - kIntensityStep));
-  } else if (command == "intensity" && ParseNumber(arg, 0, 100, &number)) {
-    SetIntensity(static_cast<int>(number));
+  } else if (command == "intensity" &&
+             (arg == "up" || arg == "down" || ParseNumber(arg, 0, 255, &number))) {
+    const int percent =
+        arg == "up"     ? std::min(100, state_.light_intensity + kIntensityStep)
+        : arg == "down" ? std::max(0, state_.light_intensity - kIntensityStep)
+                        : static_cast<int>(number);
+    ChangeConfiguration("light_intensity=" + std::to_string(percent),
+                        [percent](DeviceConfiguration* config) {
+                          config->set_light_intensity(percent);
+                        });
   } else if (command == "auto" && (arg == "on" || arg == "off")) {
-    SetAutomaticIntensity(arg == "on");
+    ChangeConfiguration("enable_automatic_intensity=" +
+                            std::string(arg == "on" ? "1" : "0"),
+                        [on = arg == "on"](DeviceConfiguration* config) {
+                          config->set_enable_automatic_intensity(on);
+                        });
+  } else if (command == "bridge" && (arg == "on" || arg == "off")) {
+    ChangeConfiguration("enable_bridge_mode=" +
+                            std::string(arg == "on" ? "1" : "0"),
+                        [on = arg == "on"](DeviceConfiguration* config) {
+                          config->set_enable_bridge_mode(on);
+                        });
+  } else if (command == "default" && arg == "none") {
+    ChangeConfiguration("default_prioritized_device=none",
+                        [](DeviceConfiguration* config) {
+                          config->clear_default_prioritized_device();
+                        });
+  } else if (command == "default" && !arg.empty() &&
+             ParseNumber(rest, 0, INT32_MAX, &number)) {
+    ChangeConfiguration(
+        "default_prioritized_device=" + arg + " " + rest,
+        [arg, number](DeviceConfiguration* config) {
+          config->mutable_default_prioritized_device()->set_mac_address(arg);
+          config->mutable_default_prioritized_device()->set_expiration_time(
+              static_cast<int32_t>(number));
+        });
   } else if (command == "ambient" && arg == "fail") {
     SetAmbient(-1);
   } else if (command == "ambient" && ParseNumber(arg, 0, 255, &number)) {
@@ -467,22 +501,28 @@ void Simulator::SetSetupCompleted(bool completed) {
   Changed();
 }
 
-void Simulator::SetIntensity(int percent) {
+void Simulator::ChangeConfiguration(
+    const std::string& what,
+    const std::function<void(DeviceConfiguration*)>& change) {
   DeviceConfiguration config = controller_->configuration();
-  config.set_light_intensity(percent);
+  change(&config);
   controller_->SetConfiguration(config);
-  state_.light_intensity = percent;
-  Report("inject config light_intensity=" + std::to_string(percent));
-  Changed();
+  Report("inject config " + what);
+  SyncConfiguration();
 }
 
-void Simulator::SetAutomaticIntensity(bool enabled) {
-  DeviceConfiguration config = controller_->configuration();
-  config.set_enable_automatic_intensity(enabled);
-  controller_->SetConfiguration(config);
-  state_.automatic_intensity = enabled;
-  Report(std::string("inject config enable_automatic_intensity=") +
-         (enabled ? "1" : "0"));
+void Simulator::SyncConfiguration() {
+  const DeviceConfiguration config = controller_->configuration();
+  state_.light_intensity = config.light_intensity();
+  state_.automatic_intensity = config.enable_automatic_intensity();
+  state_.bridge_mode = config.enable_bridge_mode();
+  state_.default_device =
+      config.has_default_prioritized_device()
+          ? config.default_prioritized_device().mac_address() + " for " +
+                std::to_string(
+                    config.default_prioritized_device().expiration_time()) +
+                " s"
+          : "";
   Changed();
 }
 

@@ -2,6 +2,7 @@
 #define SIM_SIMULATOR_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,8 @@ struct SimState {
   bool setup_completed = true;
   bool automatic_intensity = false;
   int light_intensity = 30;
+  bool bridge_mode = false;
+  std::string default_device;  // "MAC for N s"; empty: none.
   int ambient = 128;  // -1: the sensor reading fails.
   bool audio_down = false;
   bool controller_running = true;
@@ -65,6 +68,9 @@ class Simulator {
     bool simulate_verified = false;
     bool setup_completed = true;
     bool wan_online = false;
+    // Played sound goes to a file in the simulator's directory instead of
+    // the sound card.
+    bool capture_sound = true;
   };
 
   // |loop| and |observer| must outlive this object.
@@ -107,8 +113,13 @@ class Simulator {
   void SetWan(bool online);
   bool GroupCommand(const std::string& what);
   void SetSetupCompleted(bool completed);
-  void SetIntensity(int percent);
-  void SetAutomaticIntensity(bool enabled);
+  // Changes the controller's stored configuration, which publishes it, and
+  // reports "inject config |what|".
+  void ChangeConfiguration(
+      const std::string& what,
+      const std::function<void(DeviceConfiguration*)>& change);
+  // Copies what the view shows of the controller's configuration.
+  void SyncConfiguration();
   void SetAmbient(int level);
   void SetAudioDown(bool down);
   void RestartController();

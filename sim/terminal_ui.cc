@@ -16,11 +16,11 @@ constexpr size_t kMaxLog = 200;
 constexpr int kLeds = 12;
 constexpr int kAmbientStep = 32;
 constexpr char kKeys1[] =
-    " w wave  b button  n WAN  g group failure  r root  l group leave/join";
+    " w wave  b button  n WAN  g group failure  r root  l group leave  e bridge";
 constexpr char kKeys2[] =
-    " s setup  +/- intensity  a auto  [/] ambient  x ambient fail  m audio";
+    " s setup  +/- intensity  a auto  [/] ambient  x ambient fail  v default dev";
 constexpr char kKeys3[] =
-    " p op start  u succeed  f fail  c restart controller  d restart avd  q quit";
+    " m audio  p op start  u succeed  f fail  c restart ctrl  d restart avd  q quit";
 
 struct Rgb {
   int r, g, b;
@@ -177,6 +177,10 @@ std::string TerminalUi::CommandForKey(char key, const SimState& s) {
     case '=': return "intensity up";
     case '-': return "intensity down";
     case 'a': return s.automatic_intensity ? "auto off" : "auto on";
+    case 'e': return s.bridge_mode ? "bridge off" : "bridge on";
+    case 'v':
+      return s.default_device.empty() ? "default 02:00:00:5e:00:01 600"
+                                      : "default none";
     case '[':
       return "ambient " + std::to_string(std::max(0, s.ambient - kAmbientStep));
     case ']':
@@ -289,8 +293,13 @@ std::string TerminalUi::Frame(int width, int height) const {
                              : "FAILURE (not connected to root)",
        !s.group_joined || s.is_root || s.connected_to_root},
       {"setup", s.setup_completed ? "completed" : "in setup", s.setup_completed},
-      {"auto intensity", s.automatic_intensity ? "on" : "off", true},
-      {"light_intensity", std::to_string(s.light_intensity) + " %", true},
+      {"intensity",
+       std::to_string(s.light_intensity) + " %" +
+           (s.automatic_intensity ? ", automatic" : ""),
+       true},
+      {"bridge mode", s.bridge_mode ? "on" : "off", true},
+      {"default device", s.default_device.empty() ? "none" : s.default_device,
+       !s.default_device.empty()},
       {"ambient", s.ambient < 0 ? "fails" : std::to_string(s.ambient),
        s.ambient >= 0},
       {"audio server", s.audio_down ? "down" : "up", !s.audio_down},

@@ -138,6 +138,22 @@ TEST_F(SimE2eTest, WanAndGroupStatusDriveTheRing) {
   EXPECT_EQ(sim_.Count("upstart ap-wan-online"), 2u) << sim_.Transcript();
 }
 
+TEST_F(SimE2eTest, ConfigurationSetsBrightnessAndCompletedSetupChimesOnce) {
+  WaitUntilReady();
+  const size_t first = Expect("brightness 76");
+
+  sim_.Send("intensity 100");
+  const size_t brighter = Expect("brightness 255", first);
+  sim_.Send("setup reset");
+  const size_t setup = Expect("light state 3", brighter);
+  sim_.Send("setup completed");
+  Expect("light transition 1 0", setup);
+
+  EXPECT_TRUE(sim_.WaitForPrefix("sound network_creation frames=", setup))
+      << sim_.Transcript();
+  EXPECT_EQ(sim_.Count("audio connect 0"), 1u) << sim_.Transcript();
+}
+
 // Both programs print their own usage and flags, none of their libraries'.
 TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
   ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";

@@ -44,7 +44,8 @@ bool SimProcess::Start(const std::string& sim_binary,
     close(in[1]);
     return false;
   }
-  std::vector<std::string> args = {sim_binary, "--script",
+  // Sound is captured, never played aloud by a test.
+  std::vector<std::string> args = {sim_binary, "--script", "--capture_sound",
                                    "--avd=" + avd_binary};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
   std::vector<char*> argv;
