@@ -3,11 +3,13 @@
 #include <glog/logging.h>
 
 #include <cstdint>
+#include <utility>
 
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
+#include "platform/key_value_store.h"
 #include "platform/object_proxy.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -16,6 +18,17 @@ namespace morvane::ap {
 namespace {
 
 constexpr int64_t kAmbientLightSamplingUs = 2'000'000;
+constexpr int64_t kGestureMonitorRetryUs = 3'000'000;
+constexpr char kVpdCachePath[] = "/var/cache/vpd/full-v2.txt";
+// Fixed: the sensor is always the first IIO device, whatever path the light
+// library gives for its events.
+constexpr char kProximitySysfsDir[] = "/sys/bus/iio/devices/iio:device0/";
+// VPD key (quoted in the cache) -> sensor attribute, written in this order.
+constexpr std::pair<const char*, const char*> kCalibration[] = {
+    {"ps_calibration", "in_proximity_calibbias"},
+    {"plthres", "events/in_proximity_thresh_falling_value"},
+    {"phthres", "events/in_proximity_thresh_rising_value"},
+};
 constexpr char kPrioritizeEventMetric[] = "AccessPoint.PrioritizeEvent";
 constexpr int kPrioritized = 1;
 constexpr int kNothingToPrioritize = 2;
@@ -119,6 +132,50 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   vantle_client_ = std::make_unique<VantleClient>(bus());
   vantle_client_->RegisterConnectionStateCallback(
       [this](const std::string& state) { OnWanStateChanged(state); });
+
+  // Without a proximity sensor there is no wave: nothing to calibrate.
+  if (const char* path = light_get_proximity_device_path()) {
+    proximity_device_path_ = path;
+    StartGestureMonitor();
+  }
+}
+
+void AudioVisualDaemon::StartGestureMonitor() {
+  const std::string vpd_cache = SysrootPath(kVpdCachePath);
+  if (!PathExists(proximity_device_path_) || !PathExists(vpd_cache)) {
+    LOG(INFO) << "Device or VPD cache information missing, will retry";
+    loop()->PostDelayedTask([this] { StartGestureMonitor(); },
+                            kGestureMonitorRetryUs);
+    return;
+  }
+  KeyValueStore vpd;
+  if (!vpd.Load(vpd_cache, nullptr)) {
+    LOG(WARNING) << "Failed to parse VPD cache";
+    return;
+  }
+  const std::string sysfs_dir = SysrootPath(kProximitySysfsDir);
+  for (const auto& [key, attribute] : kCalibration) {
+    std::string value;
+    if (!vpd.GetString("\"" + std::string(key) + "\"", &value)) {
+      LOG(WARNING) << "VPD cache does not contain value for " << key;
+      continue;
+    }
+    // The cache quotes its values; the quotes go, whatever they are. An
+    // empty value throws here and ends the process.
+    value = value.substr(1, value.size() - 2);
+    const std::string path = sysfs_dir + attribute;
+    if (!PathExists(path)) {
+      LOG(WARNING) << "Destination path does not exist: " << path;
+      continue;
+    }
+    if (WriteFile(path, value.data(), static_cast<int>(value.size())) == -1) {
+      LOG(WARNING) << "Incomplete write when writing " << path;
+    }
+  }
+  gesture_monitor_ = std::make_unique<GestureMonitor>(
+      std::make_unique<IioEventStream>(proximity_device_path_, loop()));
+  gesture_monitor_->set_wave_callback(
+      [this](const IioEvent&) { OnWaveDetected(); });
 }
 
 void AudioVisualDaemon::OnDeviceConfigurationChanged(

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "av/gesture_monitor.h"
 #include "av/lighting_client.h"
 #include "av/lighting_manager.h"
 #include "common/configuration_monitor.h"
@@ -64,6 +65,11 @@ class AudioVisualDaemon : public ServiceDaemon {
   // the configuration back to the controller.
   void OnWaveDetected();
 
+  // Once the proximity device and the VPD cache exist (checked every 3 s
+  // until then), copies the sensor's calibration from the cache into its
+  // sysfs attributes and starts the gesture monitor.
+  void StartGestureMonitor();
+
   std::unique_ptr<ConfigurationMonitor> configuration_monitor_;
   std::unique_ptr<VantleClient> vantle_client_;
   std::unique_ptr<org::tessaly::ap::GroupMonitorProxy> group_monitor_proxy_;
@@ -78,6 +84,9 @@ class AudioVisualDaemon : public ServiceDaemon {
   // The last configuration applied; null until the first.
   std::unique_ptr<DeviceConfiguration> device_configuration_;
   bool setup_completed_ = false;
+  // The proximity sensor's IIO device as the light library names it.
+  std::string proximity_device_path_;
+  std::unique_ptr<GestureMonitor> gesture_monitor_;
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
   std::unique_ptr<LightingManager> lighting_manager_;

@@ -42,18 +42,21 @@ class DaemonOnFakeLoop : public AudioVisualDaemon {
 
 // The daemon's reactions, driven directly: the lighting manager and the
 // ambient timer on the fake loop, the light, audio and metrics stand-ins
-// logging into a temporary directory, the controller mocked, and Upstart a
-// peer on the test bus.
+// logging into a temporary directory that also holds the sysroot, the
+// controller mocked, and Upstart a peer on the test bus.
 class AudioVisualDaemonTest : public BusTest {
  protected:
+  static constexpr const char* kVariables[] = {
+      "LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT", "PAVO_LOG", "PAVO_CAPTURE",
+      "METRICS_LOG",      "AVD_SYSROOT"};
+
   void SetUp() override {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
     char dir[] = "/tmp/avd_daemon_test.XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     dir_ = dir;
-    for (const char* name : {"LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT",
-                             "PAVO_LOG", "PAVO_CAPTURE", "METRICS_LOG"}) {
+    for (const char* name : kVariables) {
       setenv(name, (dir_ + "/" + name).c_str(), 1);
     }
     ON_CALL(lighting_, SetState).WillByDefault([this](int state) {
@@ -85,10 +88,7 @@ class AudioVisualDaemonTest : public BusTest {
   }
 
   void TearDown() override {
-    for (const char* name : {"LIGHTCONTROL_LOG", "LIGHTCONTROL_AMBIENT",
-                             "PAVO_LOG", "PAVO_CAPTURE", "METRICS_LOG"}) {
-      unsetenv(name);
-    }
+    for (const char* name : kVariables) unsetenv(name);
     std::filesystem::remove_all(dir_);
   }
 
@@ -140,6 +140,25 @@ class AudioVisualDaemonTest : public BusTest {
   void SetAmbient(const std::string& level) {
     std::ofstream(dir_ + "/LIGHTCONTROL_AMBIENT") << level;
   }
+  // Writes |contents| at |path| under the sysroot.
+  void WriteSysroot(const std::string& path, const std::string& contents) {
+    const std::filesystem::path file = Sysroot(path);
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << contents;
+  }
+  std::string Sysroot(const std::string& path) {
+    return dir_ + "/AVD_SYSROOT" + path;
+  }
+  std::string ReadSysroot(const std::string& path) {
+    std::ifstream in(Sysroot(path));
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+  // The light library names |path| as the proximity sensor.
+  void StartGestureMonitor(const std::string& device) {
+    avd_.proximity_device_path_ = device;
+    avd_.StartGestureMonitor();
+  }
+  bool monitoring() const { return avd_.gesture_monitor_ != nullptr; }
 
   FakeTaskLoop loop_;
   NiceMock<MockLightingClient> lighting_;
@@ -328,6 +347,63 @@ TEST_F(AudioVisualDaemonTest, WaveWithNothingToPrioritiseWritesNothing) {
                           "enum AccessPoint.PrioritizeEvent 2 3"));
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre("Unable to get current device configuration"));
+}
+
+constexpr char kVpdCache[] = "/var/cache/vpd/full-v2.txt";
+constexpr char kSensor[] = "/sys/bus/iio/devices/iio:device0/";
+
+TEST_F(AudioVisualDaemonTest, CalibrationCopiesTheVpdValuesIntoTheSensor) {
+  WriteSysroot(kVpdCache,
+               "\"ps_calibration\"=\"123\"\n\"plthres\"=\"100\"\n");
+  WriteSysroot(std::string(kSensor) + "in_proximity_calibbias", "");
+  WriteSysroot(std::string(kSensor) + "events/in_proximity_thresh_rising_value",
+               "");
+  LogCapture log;
+
+  // Any node serves as the device here; it is no IIO device, so the
+  // monitor is made but never reports.
+  StartGestureMonitor(Sysroot(kVpdCache));
+
+  EXPECT_EQ(ReadSysroot(std::string(kSensor) + "in_proximity_calibbias"),
+            "123");
+  EXPECT_TRUE(monitoring());
+  const std::vector<std::string> warnings = log.Messages(google::GLOG_WARNING);
+  ASSERT_GE(warnings.size(), 2u);
+  EXPECT_EQ(warnings[0],
+            "Destination path does not exist: " + Sysroot(kSensor) +
+                "events/in_proximity_thresh_falling_value");
+  EXPECT_EQ(warnings[1], "VPD cache does not contain value for phthres");
+}
+
+TEST_F(AudioVisualDaemonTest, AnEmptyVpdValueEndsTheProcess) {
+  // Forked where it stands: a re-run child would start a bus daemon of its
+  // own, which would hold the death test's pipe open after the child died.
+  GTEST_FLAG_SET(death_test_style, "fast");
+  WriteSysroot(kVpdCache, "\"ps_calibration\"=\n");
+
+  // Nothing catches it in the daemon either.
+  EXPECT_DEATH([this]() noexcept { StartGestureMonitor(dir_); }(),
+               "out_of_range");
+}
+
+TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
+  LogCapture log;
+  StartGestureMonitor(dir_);  // exists
+  loop_.FastForwardBy(2'999'999);
+  EXPECT_THAT(log.Messages(google::GLOG_INFO),
+              ElementsAre("Device or VPD cache information missing, will "
+                          "retry"));
+
+  loop_.FastForwardBy(1);
+  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 2u);
+  WriteSysroot(kVpdCache, "not a key-value line\n");
+  loop_.FastForwardBy(3'000'000);
+
+  EXPECT_FALSE(monitoring());
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Failed to parse VPD cache"));
+  loop_.FastForwardBy(30'000'000);
+  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 2u) << "retried after all";
 }
 
 }  // namespace
