@@ -120,6 +120,10 @@ int ChildProcess::Stop(int64_t grace_us) {
   return status;
 }
 
+void ChildProcess::Signal(int signo) {
+  if (pid_ > 0) kill(pid_, signo);
+}
+
 int ChildProcess::OnChildExit(sd_event_source*, const siginfo_t* info,
                               void* userdata) {
   auto* self = static_cast<ChildProcess*>(userdata);

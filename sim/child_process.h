@@ -49,6 +49,10 @@ class ChildProcess {
   // child was running.
   int Stop(int64_t grace_us);
 
+  // Sends |signo| to a running child and returns at once; its end is
+  // reported to the exit callback as if it ended by itself.
+  void Signal(int signo);
+
   bool running() const { return pid_ > 0; }
   pid_t pid() const { return pid_; }
 

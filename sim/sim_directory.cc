@@ -141,7 +141,7 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
        "PLATFORM_SETUP_SSID_MODEL='sim'\n"
        "PLATFORM_HAS_AUXILIARY_RADIO=1\n"
        "PLATFORM_HAS_NSS_SUPPORT=0\n"},
-      {sysroot() + "/var/cache/vpd/full-v2.txt",
+      {vpd_cache(),
        "\"ps_calibration\"=\"123\"\n"
        "\"plthres\"=\"100\"\n"
        "\"phthres\"=\"200\"\n"},

@@ -51,6 +51,9 @@ class SimDirectory {
   }
 
   std::string ambient_file() const { return root_ + "/ambient"; }
+  std::string vpd_cache() const {
+    return sysroot() + "/var/cache/vpd/full-v2.txt";
+  }
   std::string pavo_down_file() const { return root_ + "/pavo_down"; }
   std::string pavo_capture_file() const { return root_ + "/pavo_capture.raw"; }
   std::string lightcontrol_log() const { return logs_dir() + "/lightcontrol.log"; }

@@ -27,6 +27,10 @@ constexpr int kIntensityStep = 10;
 constexpr uint16_t kButtonKeyCode = 0x211;
 // Spacing of the two wave events by their timestamps.
 constexpr int64_t kWaveGapNs = 200'000'000;
+// The sensor's calibration attributes, as SimState::calibration holds them.
+constexpr const char* kSensorAttributes[] = {
+    "in_proximity_calibbias", "events/in_proximity_thresh_falling_value",
+    "events/in_proximity_thresh_rising_value"};
 
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
@@ -89,6 +93,8 @@ const char Simulator::kHelp[] =
     "  default MAC SECONDS|none  default_prioritized_device\n"
     "  ambient N|fail            ambient light level 0..255\n"
     "  audio down|up             the audio server refuses connections\n"
+    "  vpd remove|restore        the VPD cache goes away (and the sensor's\n"
+    "                            calibration with it) or comes back\n"
     "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
     "  led NAME VALUE SECONDS    SetLedState on the daemon's Manager\n"
     "  restart controller|avd    restart a peer or the daemon\n"
@@ -250,14 +256,14 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
           error)) {
     return false;
   }
-  for (const char* attribute :
-       {"in_proximity_calibbias", "events/in_proximity_thresh_falling_value",
-        "events/in_proximity_thresh_rising_value"}) {
-    const std::string name = attribute;
+  for (size_t i = 0; i < std::size(kSensorAttributes); ++i) {
+    const std::string name = kSensorAttributes[i];
     if (!watcher_->WatchContent(
             dir.iio_sysfs_dir() + "/" + name,
-            [this, name](const std::string& content) {
+            [this, name, i](const std::string& content) {
               Report("sysfs " + name + " " + Trim(content));
+              state_.calibration[i] = Trim(content);
+              Changed();
             },
             error)) {
       return false;
@@ -308,6 +314,12 @@ void Simulator::StartAvd() {
         state_.avd_ready = false;
         state_.avd_pid = -1;
         Changed();
+        if (restart_pending_) {
+          restart_pending_ = false;
+          stop_timer_.Stop();
+          // Not from inside the ended child's own callback.
+          loop_->PostTask([this] { StartAvd(); });
+        }
       },
       &error);
   if (log_fd >= 0) close(log_fd);
@@ -332,16 +344,31 @@ void Simulator::StopAvd() {
   Changed();
 }
 
+void Simulator::RestartAvd() {
+  if (!avd_ || !avd_->running()) {
+    StartAvd();
+    return;
+  }
+  // The peers keep serving while the daemon ends: it may be waiting on one
+  // of them. Its end starts the next one.
+  restart_pending_ = true;
+  avd_->Signal(SIGTERM);
+  stop_timer_.Start(kStopGraceUs, [this] { avd_->Signal(SIGKILL); });
+}
+
 void Simulator::Shutdown() {
   if (shut_down_) return;
   shut_down_ = true;
-  StopAvd();
-  avd_.reset();
-  daemon_client_.reset();
+  stop_timer_.Stop();
+  // The peers go first: a daemon blocked on a call to one of them gets its
+  // answer (an error) and can end.
   upstart_.reset();
   connection_manager_.reset();
   group_monitor_.reset();
   controller_.reset();
+  StopAvd();
+  avd_.reset();
+  daemon_client_.reset();
   watcher_.reset();
   bus_daemon_.reset();
   directory_.reset();
@@ -410,6 +437,8 @@ bool Simulator::Execute(const std::string& command_line) {
     SetAmbient(-1);
   } else if (command == "ambient" && ParseNumber(arg, 0, 255, &number)) {
     SetAmbient(static_cast<int>(number));
+  } else if (command == "vpd" && (arg == "remove" || arg == "restore")) {
+    SetVpdCache(arg == "restore");
   } else if (command == "audio" && (arg == "down" || arg == "up")) {
     SetAudioDown(arg == "down");
   } else if (command == "op" && arg == "start") {
@@ -432,8 +461,7 @@ bool Simulator::Execute(const std::string& command_line) {
     RestartController();
   } else if (command == "restart" && arg == "avd") {
     Report("inject restart avd");
-    StopAvd();
-    StartAvd();
+    RestartAvd();
   } else if (command == "echo") {
     Report(Trim("echo " + arg + " " + rest));
   } else if (command == "help") {
@@ -539,6 +567,30 @@ void Simulator::SetAmbient(int level) {
     }
     Report("inject ambient " + std::to_string(level));
   }
+  Changed();
+}
+
+void Simulator::SetVpdCache(bool present) {
+  const std::string cache = directory_->vpd_cache();
+  const std::string away = cache + ".removed";
+  if (present ? rename(away.c_str(), cache.c_str())
+              : rename(cache.c_str(), away.c_str())) {
+    Report(std::string("error the VPD cache is already ") +
+           (present ? "there" : "gone"));
+    return;
+  }
+  if (!present) {
+    // A fresh sensor, so that the next calibration shows.
+    ErrorPtr error;
+    for (const char* attribute : kSensorAttributes) {
+      if (!WriteWholeFile(directory_->iio_sysfs_dir() + "/" + attribute, "",
+                          &error)) {
+        Report("error " + error->message());
+      }
+    }
+  }
+  state_.vpd_present = present;
+  Report(std::string("inject vpd ") + (present ? "restore" : "remove"));
   Changed();
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "platform/error.h"
+#include "platform/event_loop.h"
+#include "platform/timer.h"
 #include "sim/child_process.h"
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
@@ -19,8 +21,6 @@
 
 
 namespace morvane::ap {
-
-class EventLoop;
 
 // What the simulated device shows and how its world is set, for the views.
 struct SimState {
@@ -45,6 +45,10 @@ struct SimState {
   int avd_pid = -1;
   uint32_t last_operation_id = 0;
   std::string last_sound;
+  bool vpd_present = true;
+  // What the daemon wrote into the sensor's calibration bias, falling and
+  // rising thresholds; empty before it calibrates.
+  std::string calibration[3];
 };
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
@@ -105,6 +109,7 @@ class Simulator {
   bool WatchFiles(ErrorPtr* error);
   void StartAvd();
   void StopAvd();
+  void RestartAvd();
   void Report(const std::string& line);
   void Changed();
 
@@ -122,6 +127,7 @@ class Simulator {
   void SyncConfiguration();
   void SetAmbient(int level);
   void SetAudioDown(bool down);
+  void SetVpdCache(bool present);
   void RestartController();
 
   void OnLightLine(const std::string& raw);
@@ -144,6 +150,9 @@ class Simulator {
   FifoWriter touch_fifo_;
   FifoWriter iio_fifo_;
   std::unique_ptr<ChildProcess> avd_;
+  // A restart waits for the daemon to end; it is killed if it lingers.
+  bool restart_pending_ = false;
+  OneShotTimer stop_timer_{loop_};
 };
 
 }  // namespace morvane::ap

@@ -16,7 +16,8 @@ constexpr size_t kMaxLog = 200;
 constexpr int kLeds = 12;
 constexpr int kAmbientStep = 32;
 constexpr char kKeys1[] =
-    " w wave  b button  n WAN  g group failure  r root  l group leave  e bridge";
+    " w wave  b button  n WAN  g group failure  r root  l group leave  e bridge"
+    "  k vpd";
 constexpr char kKeys2[] =
     " s setup  +/- intensity  a auto  [/] ambient  x ambient fail  v default dev";
 constexpr char kKeys3[] =
@@ -188,6 +189,7 @@ std::string TerminalUi::CommandForKey(char key, const SimState& s) {
              std::to_string(std::min(255, std::max(0, s.ambient) + kAmbientStep));
     case 'x': return "ambient fail";
     case 'm': return s.audio_down ? "audio up" : "audio down";
+    case 'k': return s.vpd_present ? "vpd remove" : "vpd restore";
     case 'p': return "op start";
     case 'u': return "op succeed";
     case 'f': return "op fail";
@@ -305,11 +307,17 @@ std::string TerminalUi::Frame(int width, int height) const {
       {"audio server", s.audio_down ? "down" : "up", !s.audio_down},
       {"controller", s.controller_running ? "running" : "stopped",
        s.controller_running},
-      {"last operation", s.last_operation_id
-                             ? "id " + std::to_string(s.last_operation_id)
-                             : "none",
+      {"proximity",
+       s.calibration[0].empty()
+           ? (s.vpd_present ? "not calibrated" : "VPD cache removed")
+           : "calibrated " + s.calibration[0] + " " + s.calibration[1] + " " +
+                 s.calibration[2],
+       !s.calibration[0].empty()},
+      {"last op/sound",
+       (s.last_operation_id ? "id " + std::to_string(s.last_operation_id)
+                            : std::string("none")) +
+           ", " + (s.last_sound.empty() ? "none" : s.last_sound),
        true},
-      {"last sound", s.last_sound.empty() ? "none" : s.last_sound, true},
   };
   int row = 1;
   for (const auto& flag : kFlags) {

@@ -154,6 +154,22 @@ TEST_F(SimE2eTest, ConfigurationSetsBrightnessAndCompletedSetupChimesOnce) {
   EXPECT_EQ(sim_.Count("audio connect 0"), 1u) << sim_.Transcript();
 }
 
+TEST_F(SimE2eTest, WavePrioritisesTheDefaultDeviceThroughTheController) {
+  WaitUntilReady();
+  Expect("sysfs in_proximity_calibbias 123");
+
+  sim_.Send("wave");
+
+  const size_t wave = Expect("inject wave");
+  Expect("metric AccessPoint.PrioritizeEvent 1 3", wave);
+  EXPECT_TRUE(sim_.WaitForPrefix(
+      "config set prioritized_device { mac_address: \"02:00:00:5e:00:01\" "
+      "expiration_time: ",
+      wave))
+      << sim_.Transcript();
+  Expect("light transition 0 0", wave);
+}
+
 // Both programs print their own usage and flags, none of their libraries'.
 TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
   ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
