@@ -52,6 +52,8 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   lighting_manager_->RegisterAsync(
       object_manager(),
       sequencer->GetHandler("Manager.RegisterAsync() failed.", true));
+
+  input_manager_ = std::make_unique<InputManager>(loop());
 }
 
 }  // namespace morvane::ap

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "av/input_manager.h"
 #include "av/lighting_client.h"
 #include "av/lighting_manager.h"
 #include "platform/service_daemon.h"
@@ -34,6 +35,7 @@ class AudioVisualDaemon : public ServiceDaemon {
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
   std::unique_ptr<LightingManager> lighting_manager_;
+  std::unique_ptr<InputManager> input_manager_;
 };
 
 }  // namespace morvane::ap
