@@ -30,6 +30,10 @@ DEFINE_bool(verified, false,
             "Create the marker that makes a developer device act verified");
 DEFINE_bool(setup_completed, true, "Start with the device's setup completed");
 DEFINE_bool(wan_online, false, "Start with the WAN online");
+DEFINE_string(sound, "auto",
+              "Where sounds go: \"card\" (the default ALSA device), "
+              "\"capture\" (a file in the sim directory), \"auto\" (the "
+              "card when one opens, else capture)");
 
 namespace morvane::ap {
 namespace {
@@ -75,6 +79,10 @@ int Main(bool script) {
   options.simulate_verified = FLAGS_verified;
   options.setup_completed = FLAGS_setup_completed;
   options.wan_online = FLAGS_wan_online;
+  if (!ParseSoundOutput(FLAGS_sound, &options.sound)) {
+    fprintf(stderr, "ap-sim: --sound must be auto, card or capture\n");
+    return 1;
+  }
 
   std::unique_ptr<ScriptUi> script_ui;
   std::unique_ptr<TerminalUi> terminal_ui;

@@ -151,6 +151,12 @@ bool Simulator::Start(ErrorPtr* error) {
       !WatchFiles(error)) {
     return false;
   }
+  capture_sound_ =
+      options_.sound == SoundOutput::kCapture ||
+      (options_.sound == SoundOutput::kAuto && !SoundCardAvailable());
+  Report(capture_sound_
+             ? "audio output capture " + directory_->pavo_capture_file()
+             : std::string("audio output card"));
   StartAvd();
   Changed();
   return true;
@@ -275,7 +281,6 @@ void Simulator::StartAvd() {
       "LIGHTCONTROL_AMBIENT=" + dir.ambient_file(),
       "LIGHTCONTROL_PROXIMITY_DEVICE=" + dir.proximity_device(),
       "PAVO_LOG=" + dir.pavo_log(),
-      "PAVO_CAPTURE=" + dir.pavo_capture_file(),
       "PAVO_DOWN=" + dir.pavo_down_file(),
       "METRICS_LOG=" + dir.metrics_log(),
       "PATH=" + dir.bin_dir() + ":" + (path ? path : "/usr/bin:/bin"),
@@ -285,6 +290,9 @@ void Simulator::StartAvd() {
       std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
           "verify_asan_link_order=0",
   };
+  if (capture_sound_) {
+    overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
+  }
   if (!options_.preload_path.empty()) {
     overrides.push_back("LD_PRELOAD=" + options_.preload_path);
   }

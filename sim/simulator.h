@@ -14,6 +14,7 @@
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
+#include "sim/sound_output.h"
 #include "sim/upstart_peer.h"
 
 
@@ -65,6 +66,7 @@ class Simulator {
     bool simulate_verified = false;
     bool setup_completed = true;
     bool wan_online = false;
+    SoundOutput sound = SoundOutput::kAuto;
   };
 
   // |loop| and |observer| must outlive this object.
@@ -132,6 +134,8 @@ class Simulator {
   std::unique_ptr<FileWatcher> watcher_;
   FifoWriter touch_fifo_;
   FifoWriter iio_fifo_;
+  // Decided once at start: played sound goes to a file instead of the card.
+  bool capture_sound_ = true;
   std::unique_ptr<ChildProcess> avd_;
 };
 
