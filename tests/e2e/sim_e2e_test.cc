@@ -19,7 +19,8 @@ class SimE2eTest : public testing::Test {
   void SetUp() override {
     ASSERT_STRNE(AVD_BINARY, "")
         << "the avd target does not exist in this build";
-    ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
+    // Captured, not played: silent and the same on every machine.
+    ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY, {"--sound=capture"}));
   }
 
   // Waits for |line| at |from| or later and returns its index.
@@ -115,6 +116,21 @@ TEST_F(SimE2eTest, RestartedDaemonStartsOverAndClaimsItsNameAgain) {
   const size_t restarted = Expect("light init 1", before);
   Expect("ready", before);
   Expect("light state 0", restarted);
+}
+
+TEST_F(SimE2eTest, PressPlaysTheClickOnce) {
+  const std::string kClick =
+      "sound touch_feedback frames=960 format=2 rate=48000 channels=1 "
+      "device=0 bytes=1920 -> 0";
+  WaitUntilReady();
+
+  sim_.Send("press");
+  Expect(kClick);
+  // The daemon's exit flushes everything it said to the audio library.
+  sim_.Send("quit");
+  Expect("bye");
+
+  EXPECT_EQ(sim_.Count(kClick), 1u) << sim_.Transcript();
 }
 
 // Each way of ending the simulator stops the daemon cleanly and leaves no
