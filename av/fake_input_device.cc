@@ -8,10 +8,23 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
+#include "av/input_manager.h"
+#include "common/platform_settings.h"
+
 namespace morvane::ap {
+namespace {
+
+std::string MakeTempDir() {
+  std::string pattern = testing::TempDir() + "/input.XXXXXX";
+  EXPECT_NE(mkdtemp(pattern.data()), nullptr) << strerror(errno);
+  return pattern;
+}
+
+}  // namespace
 
 std::string InputRecord(int64_t time_us, uint16_t type, uint16_t code,
                         int32_t value) {
@@ -26,28 +39,32 @@ std::string InputRecord(int64_t time_us, uint16_t type, uint16_t code,
   return std::string(reinterpret_cast<const char*>(&record), sizeof(record));
 }
 
-FakeInputDevice::FakeInputDevice() {
-  std::string pattern = testing::TempDir() + "/input.XXXXXX";
-  if (!mkdtemp(pattern.data())) {
-    ADD_FAILURE() << "mkdtemp: " << strerror(errno);
-    return;
+FakeInputDevice::FakeInputDevice()
+    : dir_(MakeTempDir()), path_(dir_ + "/event0") {
+  if (mkfifo(path_.c_str(), 0600) == 0) {
+    fd_ = open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
   }
-  dir_ = pattern;
-  path_ = dir_ + "/event0";
-  if (mkfifo(path_.c_str(), 0600) != 0) {
-    ADD_FAILURE() << "mkfifo " << path_ << ": " << strerror(errno);
-    return;
-  }
-  fd_ = open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (fd_ < 0) ADD_FAILURE() << "open " << path_ << ": " << strerror(errno);
+  EXPECT_GE(fd_, 0) << path_ << ": " << strerror(errno);
 }
 
 FakeInputDevice::~FakeInputDevice() {
   CloseWriter();
-  if (!dir_.empty()) {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
-  }
+  std::error_code ec;
+  std::filesystem::remove_all(dir_, ec);
+}
+
+std::string FakeInputDevice::MakeSysroot(const std::string& clip) const {
+  const std::filesystem::path root = dir_ + "/root";
+  const std::filesystem::path settings =
+      root.string() + PlatformSettings::kPlatformSettingsPath;
+  const std::filesystem::path clip_path =
+      root.string() + InputManager::kFeedbackAudioPath;
+  std::filesystem::create_directories(settings.parent_path());
+  std::filesystem::create_directories(clip_path.parent_path());
+  std::ofstream(settings) << "PLATFORM_TOUCH_INPUT_EVENT_PATH='" << path_
+                          << "'\n";
+  std::ofstream(clip_path) << clip;
+  return root;
 }
 
 void FakeInputDevice::Write(const std::string& bytes) {

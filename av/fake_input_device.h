@@ -24,6 +24,10 @@ class FakeInputDevice {
   const std::string& dir() const { return dir_; }
   const std::string& path() const { return path_; }
 
+  // Makes a sysroot under dir() whose platform settings name this device
+  // and whose touch-feedback clip holds |clip|; returns its path.
+  std::string MakeSysroot(const std::string& clip) const;
+
   // Writes |bytes| at once: they become readable together.
   void Write(const std::string& bytes);
   void WriteEvent(uint16_t type, uint16_t code, int32_t value) {
@@ -35,8 +39,8 @@ class FakeInputDevice {
   void CloseWriter();
 
  private:
-  std::string dir_;
-  std::string path_;
+  const std::string dir_;
+  const std::string path_;
   int fd_ = -1;
 };
 

@@ -11,22 +11,20 @@
 #include <fcntl.h>
 #include <linux/input.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <systemd/sd-event.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <glog/logging.h>
 
+#include "av/fake_input_device.h"
 #include "av/input_manager.h"
 #include "platform/event_loop.h"
 #include "platform/logging.h"
@@ -92,42 +90,45 @@ class PressPacedLoop : public TaskLoop {
   int64_t offset_us_ = 0;
 };
 
-std::string Record(uint16_t type, uint16_t code, int32_t value) {
-  input_event record{};
-  record.type = type;
-  record.code = code;
-  record.value = value;
-  return std::string(reinterpret_cast<const char*>(&record), sizeof(record));
-}
-
-// Adds the median, 99th percentile and maximum of |latencies_ns|, in
-// microseconds, to the benchmark's counters.
-void ReportPercentiles(std::vector<int64_t>* latencies_ns,
-                       benchmark::State* state) {
-  if (latencies_ns->empty()) return;
-  std::sort(latencies_ns->begin(), latencies_ns->end());
+// Times each iteration from |press| becoming readable on |device| to the
+// next g_played_ns, running |event| meanwhile, and reports the median,
+// 99th percentile and maximum in microseconds as counters. |before_press|
+// runs before each write, untimed.
+void MeasurePresses(benchmark::State& state, FakeInputDevice* device,
+                    const std::string& press, sd_event* event,
+                    const std::function<void()>& before_press) {
+  std::vector<int64_t> latencies_ns;
+  for (auto _ : state) {
+    before_press();
+    g_played_ns = 0;
+    device->Write(press);
+    const int64_t readable_ns = MonotonicNs();
+    while (g_played_ns == 0) sd_event_run(event, UINT64_MAX);
+    latencies_ns.push_back(g_played_ns - readable_ns);
+    state.SetIterationTime(static_cast<double>(latencies_ns.back()) * 1e-9);
+  }
+  if (latencies_ns.empty()) return;
+  std::sort(latencies_ns.begin(), latencies_ns.end());
   auto at = [&](double q) {
-    const size_t last = latencies_ns->size() - 1;
-    return (*latencies_ns)[static_cast<size_t>(q * last)] / 1000.0;
+    const size_t last = latencies_ns.size() - 1;
+    return latencies_ns[static_cast<size_t>(q * last)] / 1000.0;
   };
-  state->counters["p50_us"] = at(0.5);
-  state->counters["p99_us"] = at(0.99);
-  state->counters["max_us"] = at(1.0);
+  state.counters["p50_us"] = at(0.5);
+  state.counters["p99_us"] = at(0.99);
+  state.counters["max_us"] = at(1.0);
 }
 
 // The floor under the daemon's figure, for a ratio from the same run: a bare
 // sd-event watch that reads the record and notes the time, nothing else.
 void BM_BareReadOnTheLoop(benchmark::State& state) {
-  int fds[2];
-  if (pipe2(fds, O_NONBLOCK | O_CLOEXEC) != 0) {
-    state.SkipWithError("pipe2 failed");
-    return;
-  }
+  FakeInputDevice device;
+  const int reader =
+      open(device.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   sd_event* event = nullptr;
   sd_event_source* source = nullptr;
   sd_event_new(&event);
   sd_event_add_io(
-      event, &source, fds[0], EPOLLIN,
+      event, &source, reader, EPOLLIN,
       [](sd_event_source*, int fd, uint32_t, void*) {
         input_event record;
         if (read(fd, &record, sizeof(record)) == sizeof(record)) {
@@ -136,70 +137,32 @@ void BM_BareReadOnTheLoop(benchmark::State& state) {
         return 0;
       },
       nullptr);
-  const std::string press = Record(EV_KEY, KEY_WPS_BUTTON, 1);
+  const std::string press = InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1);
 
-  std::vector<int64_t> latencies_ns;
-  for (auto _ : state) {
-    g_played_ns = 0;
-    if (write(fds[1], press.data(), press.size()) !=
-        static_cast<ssize_t>(press.size())) {
-      state.SkipWithError("write to the pipe failed");
-      break;
-    }
-    const int64_t readable_ns = MonotonicNs();
-    while (g_played_ns == 0) sd_event_run(event, UINT64_MAX);
-    latencies_ns.push_back(g_played_ns - readable_ns);
-    state.SetIterationTime(static_cast<double>(latencies_ns.back()) * 1e-9);
-  }
+  MeasurePresses(state, &device, press, event, [] {});
 
-  ReportPercentiles(&latencies_ns, &state);
   sd_event_source_unref(source);
   sd_event_unref(event);
-  close(fds[0]);
-  close(fds[1]);
+  close(reader);
 }
 BENCHMARK(BM_BareReadOnTheLoop)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void BM_PressToClick(benchmark::State& state) {
-  char dir_template[] = "/tmp/press_to_click.XXXXXX";
-  const std::string dir = mkdtemp(dir_template);
-  const std::string fifo = dir + "/event0";
-  mkfifo(fifo.c_str(), 0600);
-  std::filesystem::create_directories(dir + "/usr/share/ap");
-  std::filesystem::create_directories(dir + "/usr/share/sounds/ap");
-  std::ofstream(dir + "/usr/share/ap/platform-settings.sh")
-      << "PLATFORM_TOUCH_INPUT_EVENT_PATH='" << fifo << "'\n";
-  std::ofstream(dir + InputManager::kFeedbackAudioPath)
-      << std::string(1920, '\0');  // 20 ms at 48 kHz.
-  setenv("AVD_SYSROOT", dir.c_str(), 1);
-  const int writer = open(fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  FakeInputDevice device;
+  const std::string clip(1920, '\0');  // 20 ms of silence at 48 kHz.
+  setenv("AVD_SYSROOT", device.MakeSysroot(clip).c_str(), 1);
 
   std::unique_ptr<EventLoop> event_loop = EventLoop::Create(nullptr);
   PressPacedLoop loop(event_loop.get());
   auto manager = std::make_unique<InputManager>(&loop);
-  const std::string press =
-      Record(EV_KEY, KEY_WPS_BUTTON, 1) + Record(EV_SYN, SYN_REPORT, 0);
+  const std::string press = InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1) +
+                            InputRecord(0, EV_SYN, SYN_REPORT, 0);
 
-  std::vector<int64_t> latencies_ns;
-  for (auto _ : state) {
-    loop.NextPress();
-    g_played_ns = 0;
-    if (write(writer, press.data(), press.size()) !=
-        static_cast<ssize_t>(press.size())) {
-      state.SkipWithError("write to the FIFO failed");
-      break;
-    }
-    const int64_t readable_ns = MonotonicNs();
-    while (g_played_ns == 0) sd_event_run(event_loop->event(), UINT64_MAX);
-    latencies_ns.push_back(g_played_ns - readable_ns);
-    state.SetIterationTime(static_cast<double>(latencies_ns.back()) * 1e-9);
-  }
+  MeasurePresses(state, &device, press, event_loop->event(),
+                 [&loop] { loop.NextPress(); });
 
-  ReportPercentiles(&latencies_ns, &state);
   manager.reset();
-  close(writer);
   unsetenv("AVD_SYSROOT");
-  std::filesystem::remove_all(dir);
 }
 BENCHMARK(BM_PressToClick)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
