@@ -138,6 +138,8 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
     proximity_device_path_ = path;
     StartGestureMonitor();
   }
+
+  input_manager_ = std::make_unique<InputManager>(loop());
 }
 
 void AudioVisualDaemon::StartGestureMonitor() {

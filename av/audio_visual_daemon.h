@@ -5,6 +5,7 @@
 #include <string>
 
 #include "av/gesture_monitor.h"
+#include "av/input_manager.h"
 #include "av/lighting_client.h"
 #include "av/lighting_manager.h"
 #include "common/configuration_monitor.h"
@@ -90,6 +91,7 @@ class AudioVisualDaemon : public ServiceDaemon {
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;
   std::unique_ptr<LightingManager> lighting_manager_;
+  std::unique_ptr<InputManager> input_manager_;
 };
 
 }  // namespace morvane::ap

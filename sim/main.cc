@@ -7,7 +7,6 @@
 
 #include <climits>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -32,9 +31,10 @@ DEFINE_bool(verified, false,
             "Create the marker that makes a developer device act verified");
 DEFINE_bool(setup_completed, true, "Start with the device's setup completed");
 DEFINE_bool(wan_online, false, "Start with the WAN online");
-DEFINE_bool(capture_sound, false,
-            "Write played sound into the simulator's directory even on a "
-            "machine with a sound card (without one it always is)");
+DEFINE_string(sound, "auto",
+              "Where sounds go: \"card\" (the default ALSA device), "
+              "\"capture\" (a file in the sim directory), \"auto\" (the "
+              "card when one opens, else capture)");
 
 namespace morvane::ap {
 namespace {
@@ -46,15 +46,6 @@ std::string ExecutableDirectory() {
   path[n] = '\0';
   std::string dir(path);
   return dir.substr(0, dir.rfind('/'));
-}
-
-// The kernel lists the sound cards it has; none listed (or no sound
-// support at all) means the daemon's sounds cannot be heard here.
-bool HasSoundCard() {
-  std::ifstream cards("/proc/asound/cards");
-  std::string first;
-  return std::getline(cards, first) &&
-         first.find("no soundcards") == std::string::npos;
 }
 
 std::string DefaultAvdPath() {
@@ -89,7 +80,10 @@ int Main(bool script) {
   options.simulate_verified = FLAGS_verified;
   options.setup_completed = FLAGS_setup_completed;
   options.wan_online = FLAGS_wan_online;
-  options.capture_sound = FLAGS_capture_sound || !HasSoundCard();
+  if (!ParseSoundOutput(FLAGS_sound, &options.sound)) {
+    fprintf(stderr, "ap-sim: --sound must be auto, card or capture\n");
+    return 1;
+  }
 
   std::unique_ptr<ScriptUi> script_ui;
   std::unique_ptr<TerminalUi> terminal_ui;

@@ -161,6 +161,12 @@ bool Simulator::Start(ErrorPtr* error) {
       !WatchFiles(error)) {
     return false;
   }
+  capture_sound_ =
+      options_.sound == SoundOutput::kCapture ||
+      (options_.sound == SoundOutput::kAuto && !SoundCardAvailable());
+  Report(capture_sound_
+             ? "audio output capture " + directory_->pavo_capture_file()
+             : std::string("audio output card"));
   StartAvd();
   Changed();
   return true;
@@ -294,7 +300,7 @@ void Simulator::StartAvd() {
       std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
           "verify_asan_link_order=0",
   };
-  if (options_.capture_sound) {
+  if (capture_sound_) {
     overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
   }
   if (!options_.preload_path.empty()) {

@@ -17,6 +17,7 @@
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
+#include "sim/sound_output.h"
 #include "sim/upstart_peer.h"
 
 
@@ -72,9 +73,7 @@ class Simulator {
     bool simulate_verified = false;
     bool setup_completed = true;
     bool wan_online = false;
-    // Played sound goes to a file in the simulator's directory instead of
-    // the sound card.
-    bool capture_sound = true;
+    SoundOutput sound = SoundOutput::kAuto;
   };
 
   // |loop| and |observer| must outlive this object.
@@ -149,6 +148,8 @@ class Simulator {
   std::unique_ptr<FileWatcher> watcher_;
   FifoWriter touch_fifo_;
   FifoWriter iio_fifo_;
+  // Decided once at start: played sound goes to a file instead of the card.
+  bool capture_sound_ = true;
   std::unique_ptr<ChildProcess> avd_;
   // A restart waits for the daemon to end; it is killed if it lingers.
   bool restart_pending_ = false;

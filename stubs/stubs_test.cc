@@ -210,6 +210,7 @@ TEST_F(StubsTest, PavoPlayedBytesFollowTheSampleFormat) {
 TEST_F(StubsTest, PavoRefusesToConnectWhileTheDownFileExists) {
   SetEnv("PAVO_LOG", "pavo.log");
   SetEnv("PAVO_DOWN", "down");
+  SetEnv("PAVO_CAPTURE", "capture.raw");
   WriteFile("down", "");
   pavo_client* client = reinterpret_cast<pavo_client*>(1);
 
@@ -218,7 +219,6 @@ TEST_F(StubsTest, PavoRefusesToConnectWhileTheDownFileExists) {
   std::filesystem::remove(Path("down"));
   int up_result = pavo_helper_create_connect(&client);
   const int16_t kSamples[] = {5, 6};
-  // No capture file: the server takes the sound and nobody hears it.
   int play_result = pavo_helper_play_buffer(client, kSamples, 2, 2, 48000, 1, 0);
   pavo_client_destroy(client);
 
@@ -238,6 +238,8 @@ TEST_F(StubsTest, PavoRefusesToConnectWhileTheDownFileExists) {
 // the temporary directory stands in for a sound card.
 TEST_F(StubsTest, PavoPlaysThroughTheDefaultAlsaDevice) {
   SetEnv("PAVO_LOG", "pavo.log");
+  // Named but absent: the server is up, and plays on the device.
+  SetEnv("PAVO_DOWN", "down");
   // ALSA reloads its configuration only when the file list or a file's
   // inode or mtime (whole seconds) changes: use a new file for each.
   SetEnv("ALSA_CONFIG_PATH", "no-default.conf");

@@ -109,7 +109,7 @@ int pavo_helper_create_connect(pavo_client** client) {
     result = -EINVAL;
   } else if (down != NULL && stat(down, &st) == 0) {
     result = -ECONNREFUSED;
-  } else if (down == NULL && NonEmptyEnv("PAVO_CAPTURE") == NULL) {
+  } else if (NonEmptyEnv("PAVO_CAPTURE") == NULL) {
     // Non-blocking, so that a busy device fails instead of stalling.
     result = snd_pcm_open(&pcm, "default", SND_PCM_STREAM_PLAYBACK,
                           SND_PCM_NONBLOCK);

@@ -11,8 +11,9 @@
 //   PAVO_DOWN=<file>     while <file> exists the server is down: connecting
 //                        fails with -ECONNREFUSED.
 //
-// A client connected with neither PAVO_CAPTURE nor PAVO_DOWN set opens the
-// default ALSA device. Played bytes go to PAVO_CAPTURE when it is set at the
+// A client connected while PAVO_CAPTURE is not set opens the default ALSA
+// device, so that a server switched down and up again by PAVO_DOWN can still
+// be heard. Played bytes go to PAVO_CAPTURE when it is set at the
 // time of the call, else to that ALSA device, else nowhere. Errors are
 // negative errno values. Not thread-safe; a client is used from one thread.
 

@@ -20,6 +20,7 @@ class SimE2eTest : public testing::Test {
   void SetUp() override {
     ASSERT_STRNE(AVD_BINARY, "")
         << "the avd target does not exist in this build";
+    // Captured, not played: silent and the same on every machine.
     ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
   }
 
@@ -157,6 +158,7 @@ TEST_F(SimE2eTest, ConfigurationSetsBrightnessAndCompletedSetupChimesOnce) {
 TEST_F(SimE2eTest, WavePrioritisesTheDefaultDeviceThroughTheController) {
   WaitUntilReady();
   Expect("sysfs in_proximity_calibbias 123");
+  Expect("brightness 76");  // The configuration has arrived.
 
   sim_.Send("wave");
 
@@ -189,6 +191,21 @@ TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
       EXPECT_NE(text.find("--script:"), std::string::npos) << text;
     }
   }
+}
+
+TEST_F(SimE2eTest, PressPlaysTheClickOnce) {
+  const std::string kClick =
+      "sound touch_feedback frames=960 format=2 rate=48000 channels=1 "
+      "device=0 bytes=1920 -> 0";
+  WaitUntilReady();
+
+  sim_.Send("press");
+  Expect(kClick);
+  // The daemon's exit flushes everything it said to the audio library.
+  sim_.Send("quit");
+  Expect("bye");
+
+  EXPECT_EQ(sim_.Count(kClick), 1u) << sim_.Transcript();
 }
 
 // Each way of ending the simulator stops the daemon cleanly and leaves no

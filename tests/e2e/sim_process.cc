@@ -45,7 +45,7 @@ bool SimProcess::Start(const std::string& sim_binary,
     return false;
   }
   // Sound is captured, never played aloud by a test.
-  std::vector<std::string> args = {sim_binary, "--script", "--capture_sound",
+  std::vector<std::string> args = {sim_binary, "--script", "--sound=capture",
                                    "--avd=" + avd_binary};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
   std::vector<char*> argv;

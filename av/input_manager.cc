@@ -1,0 +1,81 @@
+#include "av/input_manager.h"
+
+#include <linux/input.h>
+
+#include <glog/logging.h>
+
+#include "common/platform_settings.h"
+#include "platform/file_util.h"
+#include "platform/sysroot.h"
+#include "platform/task_loop.h"
+
+namespace morvane::ap {
+namespace {
+
+// How the audio server's client library names the clip's destination and
+// format.
+constexpr int kInternalSpeaker = 0;
+constexpr int kOutput = 0;
+constexpr int kFormatS16Le = 2;  // ALSA's number for signed 16-bit LE.
+constexpr int kFeedbackRate = 48000;
+constexpr int kFeedbackChannels = 1;
+
+}  // namespace
+
+InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
+  const std::string device_path = PlatformSettings().GetTouchInputEventPath();
+  if (device_path.empty()) {
+    LOG(INFO) << "No input device provided";
+    return;
+  }
+  if (!PathExists(device_path)) {
+    LOG(WARNING) << "Input device not found";
+    return;
+  }
+  input_monitor_ = std::make_unique<InputMonitor>(
+      loop_, device_path,
+      [this](const InputEvent& event) { OnInputEvent(event); });
+  ErrorPtr error;
+  if (!input_monitor_->Start(&error)) {
+    LOG(WARNING) << "Failed to start input monitor: " << error->message();
+    return;
+  }
+  // A device with a touch input must have the clip too.
+  const std::string clip_path = SysrootPath(kFeedbackAudioPath);
+  CHECK(ReadFileToString(clip_path, &feedback_audio_))
+      << "Failed to read file: " << clip_path;
+}
+
+InputManager::~InputManager() {
+  if (pavo_client_) pavo_client_destroy(pavo_client_);
+}
+
+void InputManager::OnInputEvent(const InputEvent& event) {
+  if (event.type != EV_KEY || event.value != 1) return;
+  LOG(INFO) << "Button down: " << event.code;
+
+  // The time of reading, not the event's own: a click must follow the press
+  // the user feels now. A clock that went back also keeps it quiet until
+  // the interval has passed since the stored time.
+  const int64_t now = loop_->WallNow();
+  if (now - last_feedback_time_ < kMinFeedbackInterval) return;
+  // Before connecting: a failed connection starts a quiet period too.
+  last_feedback_time_ = now;
+
+  if (!pavo_client_) {
+    const int result = pavo_helper_create_connect(&pavo_client_);
+    if (result != 0) {
+      LOG(WARNING) << "Failed to create pavo client: " << result;
+      pavo_client_ = nullptr;
+      return;
+    }
+  }
+  const int device = pavo_client_get_first_dev_type_idx(
+      pavo_client_, kInternalSpeaker, kOutput);
+  const int result = pavo_helper_play_buffer(
+      pavo_client_, feedback_audio_.data(), feedback_audio_.size() / 2,
+      kFormatS16Le, kFeedbackRate, kFeedbackChannels, device);
+  if (result != 0) LOG(WARNING) << "Failed to play feedback: " << result;
+}
+
+}  // namespace morvane::ap

@@ -1,0 +1,53 @@
+#ifndef AV_INPUT_MANAGER_H_
+#define AV_INPUT_MANAGER_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "av/input_monitor.h"
+#include "stubs/pavo/pavo.h"
+
+namespace morvane::ap {
+
+class TaskLoop;
+
+// Turns each press of the touch button into a short click: reads the
+// button's input device, named by the platform settings, and plays the
+// feedback clip through the audio server, at most once per
+// kMinFeedbackInterval of wall-clock time.
+//
+// Without a device (not set, missing, or it cannot be opened) the manager
+// logs why once and does nothing. The audio server is connected at the
+// first accepted press and kept; a failed connection is retried at the next
+// accepted press.
+class InputManager {
+ public:
+  // Presses closer together than this, in microseconds, give one click.
+  static constexpr int64_t kMinFeedbackInterval = 200'000;
+  // Headerless PCM: signed 16-bit little-endian, mono, 48000 frames/s.
+  static constexpr char kFeedbackAudioPath[] =
+      "/usr/share/sounds/ap/touch_feedback.raw";
+
+  // Sets everything up; never fails outward, except that a device with a
+  // touch input but no readable feedback clip ends the process. |loop| must
+  // outlive this object; its wall clock times the clicks.
+  explicit InputManager(TaskLoop* loop);
+  InputManager(const InputManager&) = delete;
+  InputManager& operator=(const InputManager&) = delete;
+  virtual ~InputManager();
+
+ private:
+  void OnInputEvent(const InputEvent& event);
+
+  TaskLoop* const loop_;
+  pavo_client* pavo_client_ = nullptr;
+  std::unique_ptr<InputMonitor> input_monitor_;
+  std::string feedback_audio_;
+  // Wall-clock microseconds of the last press that was allowed to click.
+  int64_t last_feedback_time_ = 0;
+};
+
+}  // namespace morvane::ap
+
+#endif  // AV_INPUT_MANAGER_H_

@@ -1,0 +1,97 @@
+#include "av/input_monitor.h"
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "av/fake_input_device.h"
+#include "platform/fake_task_loop.h"
+#include "tests/fixtures/log_capture.h"
+
+namespace morvane::ap {
+namespace {
+
+using testing::ElementsAre;
+using testing::FieldsAre;
+
+class InputMonitorTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    // open() takes the lowest free descriptor: this one.
+    monitor_fd_ = dup(0);
+    close(monitor_fd_);
+    ASSERT_TRUE(monitor_->Start(nullptr));
+  }
+
+  std::vector<std::string> Warnings() const {
+    return log_.Messages(google::GLOG_WARNING);
+  }
+
+  FakeTaskLoop loop_;
+  FakeInputDevice device_;
+  int monitor_fd_ = -1;
+  LogCapture log_;
+  std::vector<InputEvent> events_;
+  std::unique_ptr<InputMonitor> monitor_ = std::make_unique<InputMonitor>(
+      &loop_, device_.path(),
+      [this](const InputEvent& event) { events_.push_back(event); });
+};
+
+TEST_F(InputMonitorTest, DeliversPendingRecordsInOrderAndDropsShortReads) {
+  device_.Write(InputRecord(5'000'001, EV_KEY, KEY_WPS_BUTTON, 1) +
+                InputRecord(1'700'000'005'080'000, EV_KEY, KEY_WPS_BUTTON, 0));
+  loop_.RunUntilIdle();
+  device_.Write(InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1).substr(0, 8));
+  loop_.RunUntilIdle();
+  device_.WriteEvent(EV_KEY, KEY_WPS_BUTTON, 2);
+  loop_.RunUntilIdle();
+
+  EXPECT_THAT(events_,
+              ElementsAre(FieldsAre(5'000'001, EV_KEY, KEY_WPS_BUTTON, 1),
+                          FieldsAre(1'700'000'005'080'000, EV_KEY,
+                                    KEY_WPS_BUTTON, 0),
+                          FieldsAre(0, EV_KEY, KEY_WPS_BUTTON, 2)));
+  EXPECT_THAT(Warnings(), ElementsAre("Unexpected event size: 8"));
+  EXPECT_EQ(loop_.PendingTaskCount(), 1u);
+}
+
+TEST_F(InputMonitorTest, ReadErrorClosesTheDevice) {
+  const int fd = monitor_fd_;
+  // A directory in the device's place: readable by poll(), read() fails.
+  const int dir = open(device_.dir().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(dup2(dir, fd), fd);
+  close(dir);
+
+  loop_.RunUntilIdle();
+
+  EXPECT_THAT(Warnings(), ElementsAre("Failed to read event: Is a directory"));
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "descriptor still open";
+}
+
+TEST_F(InputMonitorTest, EndOfStreamClosesTheDeviceInsteadOfSpinning) {
+  device_.CloseWriter();
+
+  loop_.RunUntilIdle();
+
+  EXPECT_THAT(Warnings(), ElementsAre("Failed to read event: end of stream"));
+  EXPECT_EQ(fcntl(monitor_fd_, F_GETFD), -1) << "descriptor still open";
+}
+
+TEST_F(InputMonitorTest, NothingIsDeliveredAfterDestruction) {
+  device_.WriteEvent(EV_KEY, KEY_WPS_BUTTON, 1);
+
+  monitor_.reset();
+  loop_.RunUntilIdle();
+
+  EXPECT_TRUE(events_.empty());
+  EXPECT_EQ(loop_.PendingTaskCount(), 0u);
+}
+
+}  // namespace
+}  // namespace morvane::ap
