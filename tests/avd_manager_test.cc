@@ -109,7 +109,7 @@ class AvdManagerTest : public testing::Test {
 };
 
 // The daemon's own light calls before any request.
-constexpr size_t kStartupCalls = 3;
+constexpr size_t kStartupCalls = 4;
 
 TEST_F(AvdManagerTest, OperationsAnswerAndDriveTheRing) {
   EXPECT_EQ(StartOperation(), 1u);
@@ -133,7 +133,9 @@ TEST_F(AvdManagerTest, OperationsAnswerAndDriveTheRing) {
 
   EXPECT_THAT(LightCallsAfter(kStartupCalls + 5),
               ElementsAre("light_init 1", "light_set_master_brightness 30",
-                          "light_set_state 0", "light_set_state 6",
+                          "light_set_state 0",
+                          "light_get_proximity_device_path null",
+                          "light_set_state 6",
                           "light_set_state_with_transition 0 0",
                           "light_set_state 6", "light_set_state 0",
                           "light_set_state 6"));
@@ -175,7 +177,9 @@ TEST_F(AvdManagerTest, BadArgumentsGetInvalidArgsAndChangeNothing) {
   StartOperation();
   EXPECT_THAT(LightCallsAfter(kStartupCalls + 1),
               ElementsAre("light_init 1", "light_set_master_brightness 30",
-                          "light_set_state 0", "light_set_state 6"));
+                          "light_set_state 0",
+                          "light_get_proximity_device_path null",
+                          "light_set_state 6"));
 }
 
 TEST_F(AvdManagerTest, RejectedStateNameGetsAnErrorReply) {

@@ -45,12 +45,14 @@ TEST_F(AvdStartupTest, InitialisesTheLightWithRawBrightnessThenShowsStartup) {
   AvdProcess avd(bus_.address());
   avd.Start();
 
-  ASSERT_TRUE(avd.WaitForLightCalls(3, kTimeout)) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitForLightCalls(4, kTimeout)) << avd.Stderr();
 
-  // 30 is the record's default intensity as it is, not scaled to 76.
+  // 30 is the record's default intensity as it is, not scaled to 76. No
+  // proximity device: nothing more.
   EXPECT_THAT(avd.LightCalls(),
               ElementsAre("light_init 1", "light_set_master_brightness 30",
-                          "light_set_state 0"));
+                          "light_set_state 0",
+                          "light_get_proximity_device_path null"));
   ExpectCleanExitOn(avd, SIGTERM);
 }
 
