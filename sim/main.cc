@@ -30,6 +30,9 @@ DEFINE_bool(verified, false,
             "Create the marker that makes a developer device act verified");
 DEFINE_bool(setup_completed, true, "Start with the device's setup completed");
 DEFINE_bool(wan_online, false, "Start with the WAN online");
+DEFINE_bool(sysfs_lights, false,
+            "Run avd with liblightcontrol-sysfs (from this build tree) "
+            "against a simulated LED class and IIO sensor");
 
 namespace morvane::ap {
 namespace {
@@ -75,6 +78,9 @@ int Main(bool script) {
   options.simulate_verified = FLAGS_verified;
   options.setup_completed = FLAGS_setup_completed;
   options.wan_online = FLAGS_wan_online;
+  if (FLAGS_sysfs_lights) {
+    options.sysfs_lights_dir = ExecutableDirectory() + "/../lightcontrol_sysfs";
+  }
 
   std::unique_ptr<ScriptUi> script_ui;
   std::unique_ptr<TerminalUi> terminal_ui;

@@ -14,6 +14,7 @@
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
+#include "sim/sysfs_board.h"
 #include "sim/upstart_peer.h"
 
 
@@ -42,6 +43,10 @@ struct SimState {
   int avd_pid = -1;
   uint32_t last_operation_id = 0;
   std::string last_sound;
+  // With the sysfs light library: each LED's colour (0xRRGGBB) and the
+  // ring's mode, read from the LED attributes; empty otherwise.
+  std::vector<uint32_t> ring_colours;
+  std::string ring_mode;
 };
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
@@ -65,6 +70,9 @@ class Simulator {
     bool simulate_verified = false;
     bool setup_completed = true;
     bool wan_online = false;
+    // Non-empty: the daemon loads the sysfs light-control library from
+    // here and drives a simulated board's LED class (see SysfsBoard).
+    std::string sysfs_lights_dir;
   };
 
   // |loop| and |observer| must outlive this object.
@@ -122,6 +130,7 @@ class Simulator {
   bool shut_down_ = false;
 
   std::unique_ptr<SimDirectory> directory_;
+  std::unique_ptr<SysfsBoard> sysfs_board_;
   std::unique_ptr<ChildProcess> bus_daemon_;
   std::string bus_address_;
   std::unique_ptr<DaemonClient> daemon_client_;
