@@ -35,6 +35,9 @@ DEFINE_string(sound, "auto",
               "Where sounds go: \"card\" (the default ALSA device), "
               "\"capture\" (a file in the sim directory), \"auto\" (the "
               "card when one opens, else capture)");
+DEFINE_bool(sysfs_lights, false,
+            "Run avd with liblightcontrol-sysfs (from this build tree) "
+            "against a simulated LED class and IIO sensor");
 
 namespace morvane::ap {
 namespace {
@@ -83,6 +86,9 @@ int Main(bool script) {
   if (!ParseSoundOutput(FLAGS_sound, &options.sound)) {
     fprintf(stderr, "ap-sim: --sound must be auto, card or capture\n");
     return 1;
+  }
+  if (FLAGS_sysfs_lights) {
+    options.sysfs_lights_dir = ExecutableDirectory() + "/../lightcontrol_sysfs";
   }
 
   std::unique_ptr<ScriptUi> script_ui;

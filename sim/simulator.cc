@@ -120,6 +120,11 @@ bool Simulator::Start(ErrorPtr* error) {
   directory_ = SimDirectory::Create(dir_options, error);
   if (!directory_) return false;
   Report("sim dir " + directory_->root());
+  if (!options_.sysfs_lights_dir.empty() &&
+      !(sysfs_board_ = SysfsBoard::Create(directory_.get(),
+                                          options_.sysfs_lights_dir, error))) {
+    return false;
+  }
   if (!WriteWholeFile(directory_->ambient_file(),
                       std::to_string(state_.ambient) + "\n", error) ||
       !StartBus(error) || !ConnectDaemonClient(error)) {
@@ -262,6 +267,19 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
           error)) {
     return false;
   }
+  if (sysfs_board_ &&
+      !sysfs_board_->Watch(
+          loop_, watcher_.get(),
+          [this](const RingView& view) {
+            state_.ring_colours = view.colours;
+            state_.ring_mode = view.mode;
+            state_.brightness = view.level;
+            Report(view.line);
+            Changed();
+          },
+          error)) {
+    return false;
+  }
   for (size_t i = 0; i < std::size(kSensorAttributes); ++i) {
     const std::string name = kSensorAttributes[i];
     if (!watcher_->WatchContent(
@@ -305,6 +323,10 @@ void Simulator::StartAvd() {
   }
   if (!options_.preload_path.empty()) {
     overrides.push_back("LD_PRELOAD=" + options_.preload_path);
+  }
+  if (sysfs_board_) {
+    const std::vector<std::string> board = sysfs_board_->Environment();
+    overrides.insert(overrides.end(), board.begin(), board.end());
   }
   const int log_fd = open(dir.avd_log().c_str(),
                           O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
@@ -376,6 +398,7 @@ void Simulator::Shutdown() {
   avd_.reset();
   daemon_client_.reset();
   watcher_.reset();
+  sysfs_board_.reset();
   bus_daemon_.reset();
   directory_.reset();
 }
@@ -562,6 +585,10 @@ void Simulator::SyncConfiguration() {
 
 void Simulator::SetAmbient(int level) {
   state_.ambient = level;
+  ErrorPtr board_error;
+  if (sysfs_board_ && !sysfs_board_->SetAmbient(level, &board_error)) {
+    Report("error " + board_error->message());
+  }
   if (level < 0) {
     unlink(directory_->ambient_file().c_str());
     Report("inject ambient fail");

@@ -18,6 +18,7 @@
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
 #include "sim/sound_output.h"
+#include "sim/sysfs_board.h"
 #include "sim/upstart_peer.h"
 
 
@@ -50,6 +51,10 @@ struct SimState {
   // What the daemon wrote into the sensor's calibration bias, falling and
   // rising thresholds; empty before it calibrates.
   std::string calibration[3];
+  // With the sysfs light library: each LED's colour (0xRRGGBB) and the
+  // ring's mode, read from the LED attributes; empty otherwise.
+  std::vector<uint32_t> ring_colours;
+  std::string ring_mode;
 };
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
@@ -74,6 +79,9 @@ class Simulator {
     bool setup_completed = true;
     bool wan_online = false;
     SoundOutput sound = SoundOutput::kAuto;
+    // Non-empty: the daemon loads the sysfs light-control library from
+    // here and drives a simulated board's LED class (see SysfsBoard).
+    std::string sysfs_lights_dir;
   };
 
   // |loop| and |observer| must outlive this object.
@@ -138,6 +146,7 @@ class Simulator {
   bool shut_down_ = false;
 
   std::unique_ptr<SimDirectory> directory_;
+  std::unique_ptr<SysfsBoard> sysfs_board_;
   std::unique_ptr<ChildProcess> bus_daemon_;
   std::string bus_address_;
   std::unique_ptr<DaemonClient> daemon_client_;

@@ -266,14 +266,23 @@ std::string TerminalUi::Frame(int width, int height) const {
     const double angle = 2 * M_PI * i / kLeds;
     const int x = cx + static_cast<int>(std::lround(12 * std::sin(angle)));
     const int y = cy - static_cast<int>(std::lround(4.6 * std::cos(angle)));
+    // Through the sysfs library each LED shows the colour of its attributes.
+    const bool sysfs = s.ring_colours.size() == static_cast<size_t>(kLeds);
+    const uint32_t rgb = sysfs ? s.ring_colours[static_cast<size_t>(i)] : 0;
     rows[static_cast<size_t>(y)].PutGlyph(
-        x, s.light_state < 0 ? "\u25cb" : "\u25cf", colour);
+        x, s.light_state < 0 && !sysfs ? "\u25cb" : "\u25cf",
+        sysfs ? Colour({int(rgb >> 16), int(rgb >> 8 & 0xff), int(rgb & 0xff)},
+                       s.brightness)
+              : colour);
   }
   const std::string state_text =
-      s.light_state < 0 ? "no state" : "state " + std::to_string(s.light_state);
+      !s.ring_mode.empty() ? "sysfs LEDs"
+      : s.light_state < 0  ? "no state"
+                           : "state " + std::to_string(s.light_state);
   rows[cy - 1].Put(cx - static_cast<int>(state_text.size()) / 2, state_text,
                    colour);
-  const std::string name = StateName(s.light_state);
+  const std::string name =
+      s.ring_mode.empty() ? StateName(s.light_state) : s.ring_mode;
   rows[cy].Put(cx - static_cast<int>(name.size()) / 2, name);
   const std::string level =
       s.brightness < 0 ? "brightness ?" : "brightness " + std::to_string(s.brightness);
