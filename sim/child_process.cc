@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstring>
 
+extern char** environ;
+
 namespace morvane::ap {
 namespace {
 
@@ -42,6 +44,22 @@ void SleepUs(int64_t us) {
 }
 
 }  // namespace
+
+std::vector<std::string> EnvironmentWith(
+    const std::vector<std::string>& overrides) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    const std::string entry = *e;
+    const std::string name = entry.substr(0, entry.find('=') + 1);
+    bool replaced = false;
+    for (const std::string& o : overrides) {
+      if (o.compare(0, name.size(), name) == 0) replaced = true;
+    }
+    if (!replaced) env.push_back(entry);
+  }
+  env.insert(env.end(), overrides.begin(), overrides.end());
+  return env;
+}
 
 std::string DescribeWaitStatus(int wait_status) {
   if (WIFEXITED(wait_status)) {

@@ -66,6 +66,11 @@ class ChildProcess {
   ExitCallback on_exit_;
 };
 
+// This process's environment with |overrides| (NAME=VALUE) replacing the
+// entries of the same names.
+std::vector<std::string> EnvironmentWith(
+    const std::vector<std::string>& overrides);
+
 // Describes a wait status as "status=N" or "signal=N".
 std::string DescribeWaitStatus(int wait_status);
 

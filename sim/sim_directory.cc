@@ -105,6 +105,31 @@ std::unique_ptr<SimDirectory> SimDirectory::Create(
   return dir;
 }
 
+std::vector<std::string> SimDirectory::DaemonEnvironment(
+    const std::string& bus_address, const std::string& preload) const {
+  const char* path = getenv("PATH");
+  const char* asan = getenv("ASAN_OPTIONS");
+  std::vector<std::string> env = {
+      "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address,
+      "AVD_SYSROOT=" + sysroot(),
+      "LIGHTCONTROL_LOG=" + lightcontrol_log(),
+      "LIGHTCONTROL_AMBIENT=" + ambient_file(),
+      "LIGHTCONTROL_PROXIMITY_DEVICE=" + proximity_device(),
+      "PAVO_LOG=" + pavo_log(),
+      "PAVO_DOWN=" + pavo_down_file(),
+      "METRICS_LOG=" + metrics_log(),
+      "PATH=" + bin_dir() + ":" + (path ? path : "/usr/bin:/bin"),
+      "AP_SIM_IIO_DEVICE=" + proximity_device(),
+      "AP_SIM_IIO_EVENTS=" + iio_event_fifo(),
+      // A sanitized daemon refuses a preload library ahead of its runtime.
+      std::string("ASAN_OPTIONS=") +
+          (asan && *asan ? std::string(asan) + ":" : "") +
+          "verify_asan_link_order=0",
+  };
+  if (!preload.empty()) env.push_back("LD_PRELOAD=" + preload);
+  return env;
+}
+
 SimDirectory::~SimDirectory() {
   std::error_code ec;
   std::filesystem::remove_all(root_, ec);

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/error.h"
 
@@ -60,6 +61,13 @@ class SimDirectory {
   std::string pavo_log() const { return logs_dir() + "/pavo.log"; }
   std::string metrics_log() const { return logs_dir() + "/metrics.log"; }
   std::string avd_log() const { return logs_dir() + "/avd.log"; }
+
+  // The environment entries (NAME=VALUE) that put the daemon in this
+  // directory's world: the bus at |bus_address|, the sysroot, the stand-in
+  // libraries' files, the simulated sensor and, when |preload| names one,
+  // the IIO preload library.
+  std::vector<std::string> DaemonEnvironment(const std::string& bus_address,
+                                             const std::string& preload) const;
 
   // Sizes in bytes of the two generated clips, to tell played sounds apart.
   size_t network_creation_bytes() const { return network_creation_bytes_; }

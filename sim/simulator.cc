@@ -14,7 +14,6 @@
 #include "platform/event_loop.h"
 #include "sim/library_log.h"
 
-extern char** environ;
 
 namespace morvane::ap {
 namespace {
@@ -58,23 +57,6 @@ int64_t WallUs() {
   timespec ts{};
   clock_gettime(CLOCK_REALTIME, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
-}
-
-// Our environment with |overrides| (NAME=VALUE) replacing same-named entries.
-std::vector<std::string> MakeEnvironment(
-    const std::vector<std::string>& overrides) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    const std::string entry = *e;
-    const std::string name = entry.substr(0, entry.find('=') + 1);
-    bool replaced = false;
-    for (const std::string& o : overrides) {
-      if (o.compare(0, name.size(), name) == 0) replaced = true;
-    }
-    if (!replaced) env.push_back(entry);
-  }
-  env.insert(env.end(), overrides.begin(), overrides.end());
-  return env;
 }
 
 }  // namespace
@@ -188,7 +170,7 @@ bool Simulator::StartBus(ErrorPtr* error) {
   const bool started = bus_daemon_->Start(
       {"dbus-daemon", "--config-file=" + directory_->bus_config(), "--nofork",
        "--print-address"},
-      MakeEnvironment({}), pipe_fds[1], -1,
+      EnvironmentWith({}), pipe_fds[1], -1,
       [this](int status) {
         Report("bus exited " + DescribeWaitStatus(status));
         loop_->Quit(1);
@@ -300,29 +282,10 @@ void Simulator::StartAvd() {
   const SimDirectory& dir = *directory_;
   touch_fifo_.Drain();
   iio_fifo_.Drain();
-  const char* path = getenv("PATH");
-  const char* asan = getenv("ASAN_OPTIONS");
-  std::vector<std::string> overrides = {
-      "DBUS_SYSTEM_BUS_ADDRESS=" + bus_address_,
-      "AVD_SYSROOT=" + dir.sysroot(),
-      "LIGHTCONTROL_LOG=" + dir.lightcontrol_log(),
-      "LIGHTCONTROL_AMBIENT=" + dir.ambient_file(),
-      "LIGHTCONTROL_PROXIMITY_DEVICE=" + dir.proximity_device(),
-      "PAVO_LOG=" + dir.pavo_log(),
-      "PAVO_DOWN=" + dir.pavo_down_file(),
-      "METRICS_LOG=" + dir.metrics_log(),
-      "PATH=" + dir.bin_dir() + ":" + (path ? path : "/usr/bin:/bin"),
-      "AP_SIM_IIO_DEVICE=" + dir.proximity_device(),
-      "AP_SIM_IIO_EVENTS=" + dir.iio_event_fifo(),
-      // A sanitized daemon refuses a preload library ahead of its runtime.
-      std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
-          "verify_asan_link_order=0",
-  };
+  std::vector<std::string> overrides =
+      dir.DaemonEnvironment(bus_address_, options_.preload_path);
   if (capture_sound_) {
     overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
-  }
-  if (!options_.preload_path.empty()) {
-    overrides.push_back("LD_PRELOAD=" + options_.preload_path);
   }
   if (sysfs_board_) {
     const std::vector<std::string> board = sysfs_board_->Environment();
@@ -333,7 +296,7 @@ void Simulator::StartAvd() {
   avd_ = std::make_unique<ChildProcess>(loop_->event());
   ErrorPtr error;
   const bool started = avd_->Start(
-      {options_.avd_path}, MakeEnvironment(overrides), log_fd, log_fd,
+      {options_.avd_path}, EnvironmentWith(overrides), log_fd, log_fd,
       [this](int status) {
         // Lines the daemon wrote just before it ended come first.
         watcher_->Poll();
