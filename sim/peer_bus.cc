@@ -1,15 +1,66 @@
 #include "sim/peer_bus.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <systemd/sd-bus.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace morvane::ap {
 namespace {
 
 constexpr char kDomain[] = "sim";
+constexpr int64_t kBusStartTimeoutMs = 10'000;
+
+int64_t MonotonicMs() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1'000'000;
+}
 
 }  // namespace
+
+std::unique_ptr<ChildProcess> StartBusDaemon(
+    sd_event* event, const std::string& config,
+    ChildProcess::ExitCallback on_exit, std::string* address, ErrorPtr* error) {
+  int pipe_fds[2];
+  if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
+    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                       "Failed to make a pipe: %s", strerror(errno));
+    return nullptr;
+  }
+  auto bus_daemon = std::make_unique<ChildProcess>(event);
+  const bool started = bus_daemon->Start(
+      {"dbus-daemon", "--config-file=" + config, "--nofork", "--print-address"},
+      EnvironmentWith({}), pipe_fds[1], -1, std::move(on_exit), error);
+  close(pipe_fds[1]);
+  std::string line;
+  if (started) {
+    // It prints its address once it listens.
+    pollfd pfd{pipe_fds[0], POLLIN, 0};
+    const int64_t deadline = MonotonicMs() + kBusStartTimeoutMs;
+    while (line.find('\n') == std::string::npos) {
+      const int64_t left_ms = deadline - MonotonicMs();
+      if (left_ms <= 0 || poll(&pfd, 1, static_cast<int>(left_ms)) <= 0) break;
+      char buffer[256];
+      const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
+      if (n <= 0) break;
+      line.append(buffer, static_cast<size_t>(n));
+    }
+  }
+  close(pipe_fds[0]);
+  if (!started) return nullptr;
+  *address = line.substr(0, line.find('\n'));
+  if (address->empty()) {
+    Error::AddTo(error, FROM_HERE, kDomain, "bus",
+                 "Failed to start dbus-daemon: it printed no address");
+    return nullptr;
+  }
+  return bus_daemon;
+}
 
 sd_bus* ConnectToBus(const std::string& address, sd_event* event,
                      ErrorPtr* error) {

@@ -1,15 +1,25 @@
 #ifndef SIM_PEER_BUS_H_
 #define SIM_PEER_BUS_H_
 
+#include <memory>
 #include <string>
 
 #include "platform/error.h"
+#include "sim/child_process.h"
 
 typedef struct sd_bus sd_bus;
 typedef struct sd_event sd_event;
 typedef struct sd_bus_vtable sd_bus_vtable;
 
 namespace morvane::ap {
+
+// Starts dbus-daemon with the configuration file |config| as a child
+// watched on |event|, and waits (at most 10 s) until it prints the address
+// it listens on, stored in |*address|. Returns null and adds to |error| when
+// it does not start or prints no address.
+std::unique_ptr<ChildProcess> StartBusDaemon(
+    sd_event* event, const std::string& config,
+    ChildProcess::ExitCallback on_exit, std::string* address, ErrorPtr* error);
 
 // Opens a new client connection to the bus at |address| and attaches it to
 // |event|. Each simulated peer has its own, so that it can leave the bus and

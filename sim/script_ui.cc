@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "platform/event_loop.h"
+#include "sim/commands.h"
 
 namespace morvane::ap {
 
@@ -43,7 +44,7 @@ void ScriptUi::OnReadable() {
   size_t start = 0;
   for (size_t nl; (nl = pending_.find('\n', start)) != std::string::npos;
        start = nl + 1) {
-    simulator_->Execute(pending_.substr(start, nl - start));
+    ExecuteCommand(simulator_, pending_.substr(start, nl - start));
   }
   pending_.erase(0, start);
   watch_ = loop_->WatchReadable(STDIN_FILENO, [this] { OnReadable(); });

@@ -1,27 +1,21 @@
 #include "sim/simulator.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <sstream>
+#include <cstdio>
 #include <vector>
 
 #include "platform/event_loop.h"
 #include "sim/library_log.h"
-
+#include "sim/peer_bus.h"
 
 namespace morvane::ap {
 namespace {
 
 constexpr char kDomain[] = "sim";
-constexpr int64_t kBusStartTimeoutMs = 10'000;
 constexpr int64_t kStopGraceUs = 5'000'000;
-constexpr int kIntensityStep = 10;
 // The touch button's key code: a WPS-style button.
 constexpr uint16_t kButtonKeyCode = 0x211;
 // Spacing of the two wave events by their timestamps.
@@ -38,15 +32,6 @@ std::string Trim(const std::string& text) {
   return text.substr(begin, end - begin + 1);
 }
 
-bool ParseNumber(const std::string& text, long min, long max, long* out) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  const long value = strtol(text.c_str(), &end, 10);
-  if (*end != '\0' || value < min || value > max) return false;
-  *out = value;
-  return true;
-}
-
 int64_t MonotonicNs() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -60,28 +45,6 @@ int64_t WallUs() {
 }
 
 }  // namespace
-
-const char Simulator::kHelp[] =
-    "commands:\n"
-    "  wave                      hand wave over the proximity sensor\n"
-    "  press                     one touch button press and release\n"
-    "  wan online|offline        connection manager's ConnectionState\n"
-    "  group failure|ok|root|nonroot|leave|join\n"
-    "  setup completed|reset     the controller's setup-completed flag\n"
-    "  intensity up|down|N       light_intensity (N up to 255) via the "
-    "controller\n"
-    "  auto on|off               enable_automatic_intensity\n"
-    "  bridge on|off             enable_bridge_mode\n"
-    "  default MAC SECONDS|none  default_prioritized_device\n"
-    "  ambient N|fail            ambient light level 0..255\n"
-    "  audio down|up             the audio server refuses connections\n"
-    "  vpd remove|restore        the VPD cache goes away (and the sensor's\n"
-    "                            calibration with it) or comes back\n"
-    "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
-    "  led NAME VALUE SECONDS    SetLedState on the daemon's Manager\n"
-    "  restart controller|avd    restart a peer or the daemon\n"
-    "  echo TEXT                 prints \"echo TEXT\"\n"
-    "  help, quit\n";
 
 Simulator::Simulator(EventLoop* loop, Options options, Observer* observer)
     : loop_(loop), options_(std::move(options)), observer_(observer) {
@@ -160,46 +123,14 @@ bool Simulator::Start(ErrorPtr* error) {
 }
 
 bool Simulator::StartBus(ErrorPtr* error) {
-  int pipe_fds[2];
-  if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to make a pipe: %s", strerror(errno));
-    return false;
-  }
-  bus_daemon_ = std::make_unique<ChildProcess>(loop_->event());
-  const bool started = bus_daemon_->Start(
-      {"dbus-daemon", "--config-file=" + directory_->bus_config(), "--nofork",
-       "--print-address"},
-      EnvironmentWith({}), pipe_fds[1], -1,
+  bus_daemon_ = StartBusDaemon(
+      loop_->event(), directory_->bus_config(),
       [this](int status) {
         Report("bus exited " + DescribeWaitStatus(status));
         loop_->Quit(1);
       },
-      error);
-  close(pipe_fds[1]);
-  if (!started) {
-    close(pipe_fds[0]);
-    return false;
-  }
-  // The daemon prints its address once it listens.
-  std::string line;
-  pollfd pfd{pipe_fds[0], POLLIN, 0};
-  const int64_t deadline = MonotonicNs() + kBusStartTimeoutMs * 1'000'000;
-  while (line.find('\n') == std::string::npos) {
-    const int64_t left_ms = (deadline - MonotonicNs()) / 1'000'000;
-    if (left_ms <= 0 || poll(&pfd, 1, static_cast<int>(left_ms)) <= 0) break;
-    char buffer[256];
-    const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
-    if (n <= 0) break;
-    line.append(buffer, static_cast<size_t>(n));
-  }
-  close(pipe_fds[0]);
-  bus_address_ = Trim(line);
-  if (bus_address_.empty()) {
-    Error::AddTo(error, FROM_HERE, kDomain, "bus",
-                 "Failed to start dbus-daemon: it printed no address");
-    return false;
-  }
+      &bus_address_, error);
+  if (!bus_daemon_) return false;
   Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
          " address=" + bus_address_);
   return true;
@@ -336,6 +267,7 @@ void Simulator::StopAvd() {
 }
 
 void Simulator::RestartAvd() {
+  Report("inject restart avd");
   if (!avd_ || !avd_->running()) {
     StartAvd();
     return;
@@ -366,107 +298,22 @@ void Simulator::Shutdown() {
   directory_.reset();
 }
 
-bool Simulator::Execute(const std::string& command_line) {
-  std::istringstream in(command_line);
-  std::string command;
-  std::string arg;
-  in >> command >> arg;
-  std::string rest;
-  std::getline(in >> std::ws, rest);
-  long number = 0;
+void Simulator::StartOperation() { daemon_client_->SetOperationInProgress(); }
 
-  if (command.empty() || command[0] == '#') return true;
-  if (shut_down_ && command != "quit") {
-    Report("error simulator is shut down");
-    return false;
-  }
-  if (command == "wave") {
-    InjectWave();
-  } else if (command == "press") {
-    InjectPress();
-  } else if (command == "wan" && (arg == "online" || arg == "offline")) {
-    SetWan(arg == "online");
-  } else if (command == "group" && GroupCommand(arg)) {
-  } else if (command == "setup" && (arg == "completed" || arg == "reset")) {
-    SetSetupCompleted(arg == "completed");
-  } else if (command == "intensity" &&
-             (arg == "up" || arg == "down" || ParseNumber(arg, 0, 255, &number))) {
-    const int percent =
-        arg == "up"     ? std::min(100, state_.light_intensity + kIntensityStep)
-        : arg == "down" ? std::max(0, state_.light_intensity - kIntensityStep)
-                        : static_cast<int>(number);
-    ChangeConfiguration("light_intensity=" + std::to_string(percent),
-                        [percent](DeviceConfiguration* config) {
-                          config->set_light_intensity(percent);
-                        });
-  } else if (command == "auto" && (arg == "on" || arg == "off")) {
-    ChangeConfiguration("enable_automatic_intensity=" +
-                            std::string(arg == "on" ? "1" : "0"),
-                        [on = arg == "on"](DeviceConfiguration* config) {
-                          config->set_enable_automatic_intensity(on);
-                        });
-  } else if (command == "bridge" && (arg == "on" || arg == "off")) {
-    ChangeConfiguration("enable_bridge_mode=" +
-                            std::string(arg == "on" ? "1" : "0"),
-                        [on = arg == "on"](DeviceConfiguration* config) {
-                          config->set_enable_bridge_mode(on);
-                        });
-  } else if (command == "default" && arg == "none") {
-    ChangeConfiguration("default_prioritized_device=none",
-                        [](DeviceConfiguration* config) {
-                          config->clear_default_prioritized_device();
-                        });
-  } else if (command == "default" && !arg.empty() &&
-             ParseNumber(rest, 0, INT32_MAX, &number)) {
-    ChangeConfiguration(
-        "default_prioritized_device=" + arg + " " + rest,
-        [arg, number](DeviceConfiguration* config) {
-          config->mutable_default_prioritized_device()->set_mac_address(arg);
-          config->mutable_default_prioritized_device()->set_expiration_time(
-              static_cast<int32_t>(number));
-        });
-  } else if (command == "ambient" && arg == "fail") {
-    SetAmbient(-1);
-  } else if (command == "ambient" && ParseNumber(arg, 0, 255, &number)) {
-    SetAmbient(static_cast<int>(number));
-  } else if (command == "vpd" && (arg == "remove" || arg == "restore")) {
-    SetVpdCache(arg == "restore");
-  } else if (command == "audio" && (arg == "down" || arg == "up")) {
-    SetAudioDown(arg == "down");
-  } else if (command == "op" && arg == "start") {
-    daemon_client_->SetOperationInProgress();
-  } else if (command == "op" && arg == "succeed") {
-    daemon_client_->SetOperationSucceeded(state_.last_operation_id);
-  } else if (command == "op" && arg == "fail") {
-    daemon_client_->SetOperationFailed(state_.last_operation_id);
-  } else if (command == "led" && !arg.empty()) {
-    std::istringstream args(rest);
-    std::string value;
-    std::string seconds;
-    args >> value >> seconds;
-    if (!ParseNumber(seconds, 0, UINT32_MAX, &number)) {
-      Report("error usage: led NAME VALUE SECONDS");
-      return false;
-    }
-    daemon_client_->SetLedState(arg, value, static_cast<uint32_t>(number));
-  } else if (command == "restart" && arg == "controller") {
-    RestartController();
-  } else if (command == "restart" && arg == "avd") {
-    Report("inject restart avd");
-    RestartAvd();
-  } else if (command == "echo") {
-    Report(Trim("echo " + arg + " " + rest));
-  } else if (command == "help") {
-    std::istringstream help(kHelp);
-    for (std::string line; std::getline(help, line);) Report(line);
-  } else if (command == "quit") {
-    loop_->Quit(0);
-  } else {
-    Report("error unknown command: " + Trim(command_line));
-    return false;
-  }
-  return true;
+void Simulator::SucceedOperation() {
+  daemon_client_->SetOperationSucceeded(state_.last_operation_id);
 }
+
+void Simulator::FailOperation() {
+  daemon_client_->SetOperationFailed(state_.last_operation_id);
+}
+
+void Simulator::SetLedState(const std::string& name, const std::string& value,
+                            uint32_t seconds) {
+  daemon_client_->SetLedState(name, value, seconds);
+}
+
+void Simulator::Quit() { loop_->Quit(0); }
 
 void Simulator::InjectWave() {
   const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
@@ -486,7 +333,7 @@ void Simulator::SetWan(bool online) {
   Changed();
 }
 
-bool Simulator::GroupCommand(const std::string& what) {
+bool Simulator::SetGroup(const std::string& what) {
   ErrorPtr error;
   if (what == "failure") {
     group_monitor_->SetIsRoot(false);

@@ -96,19 +96,47 @@ class Simulator {
   // failure to start is reported as a line instead.
   bool Start(ErrorPtr* error);
 
-  // Runs one command line (see kHelp). Reports "error ..." and returns false
-  // for a command it does not know. "quit" ends the loop.
-  bool Execute(const std::string& command);
-
   // Stops the daemon (reporting how it exited), the peers and the bus, and
   // removes the directory. Safe to call more than once.
   void Shutdown();
+  bool shut_down() const { return shut_down_; }
+
+  // What can happen to the simulated device (sim/commands.h has them as
+  // text). Each reports "inject ..." and whatever follows.
+  void InjectWave();
+  void InjectPress();
+  void SetWan(bool online);
+  // "failure", "ok", "root", "nonroot", "leave" or "join"; false for
+  // anything else.
+  bool SetGroup(const std::string& what);
+  void SetSetupCompleted(bool completed);
+  // Changes the controller's stored configuration, which publishes it, and
+  // reports "inject config |what|".
+  void ChangeConfiguration(
+      const std::string& what,
+      const std::function<void(DeviceConfiguration*)>& change);
+  // 0..255, or -1: the sensor reading fails.
+  void SetAmbient(int level);
+  void SetAudioDown(bool down);
+  void SetVpdCache(bool present);
+  void RestartController();
+  void RestartAvd();
+  // The daemon's Manager methods, called as another daemon would; the
+  // operation ids are the last one the daemon gave.
+  void StartOperation();
+  void SucceedOperation();
+  void FailOperation();
+  void SetLedState(const std::string& name, const std::string& value,
+                   uint32_t seconds);
+  // Ends the loop, and so the simulator.
+  void Quit();
+
+  // Reports one line as its own (echoes, help, errors).
+  void Report(const std::string& line);
 
   const SimState& state() const { return state_; }
   // Null after Shutdown().
   const SimDirectory* directory() const { return directory_.get(); }
-
-  static const char kHelp[];
 
  private:
   bool StartBus(ErrorPtr* error);
@@ -116,27 +144,9 @@ class Simulator {
   bool WatchFiles(ErrorPtr* error);
   void StartAvd();
   void StopAvd();
-  void RestartAvd();
-  void Report(const std::string& line);
   void Changed();
-
-  void InjectWave();
-  void InjectPress();
-  void SetWan(bool online);
-  bool GroupCommand(const std::string& what);
-  void SetSetupCompleted(bool completed);
-  // Changes the controller's stored configuration, which publishes it, and
-  // reports "inject config |what|".
-  void ChangeConfiguration(
-      const std::string& what,
-      const std::function<void(DeviceConfiguration*)>& change);
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
-  void SetAmbient(int level);
-  void SetAudioDown(bool down);
-  void SetVpdCache(bool present);
-  void RestartController();
-
   void OnLightLine(const std::string& raw);
 
   EventLoop* const loop_;

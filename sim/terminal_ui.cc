@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/event_loop.h"
+#include "sim/commands.h"
 
 namespace morvane::ap {
 namespace {
@@ -212,7 +213,7 @@ void TerminalUi::OnReadable() {
     // Escape sequences (arrow keys and the like) mean nothing here.
     if (keys[i] == 0x1b) break;
     const std::string command = CommandForKey(keys[i], simulator_->state());
-    if (!command.empty()) simulator_->Execute(command);
+    if (!command.empty()) ExecuteCommand(simulator_, command);
   }
   if (active_) {
     key_watch_ = loop_->WatchReadable(STDIN_FILENO, [this] { OnReadable(); });

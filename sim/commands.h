@@ -1,0 +1,22 @@
+#ifndef SIM_COMMANDS_H_
+#define SIM_COMMANDS_H_
+
+#include <string>
+
+namespace morvane::ap {
+
+class Simulator;
+
+// The simulator's command language: what script mode reads line by line and
+// what the terminal view's keys produce, e.g. "wan online", "intensity 70",
+// "led vox in_progress 30". kCommandHelp lists the commands.
+extern const char kCommandHelp[];
+
+// Runs one command line on |simulator|. An empty line or a "#" comment does
+// nothing. Reports "error ..." and returns false for a line it does not
+// know or a simulator already shut down; "quit" ends the loop.
+bool ExecuteCommand(Simulator* simulator, const std::string& line);
+
+}  // namespace morvane::ap
+
+#endif  // SIM_COMMANDS_H_
