@@ -1,0 +1,27 @@
+#!/bin/sh
+# `cmake --install` of build directory $1 into a temporary DESTDIR gives a
+# device what it needs and nothing it has of its own (the stand-in
+# libraries), and the systemd unit passes `systemd-analyze verify` there.
+set -eu
+build=$1
+dest=$(mktemp -d)
+trap 'rm -rf "$dest"' EXIT
+
+DESTDIR=$dest cmake --install "$build" >/dev/null
+prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
+for file in sbin/avd \
+            share/dbus-1/system.d/org.tessaly.ap.AudioVisual.conf \
+            share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Manager.xml \
+            lib/systemd/system/avd.service; do
+  [ -f "$dest$prefix/$file" ] || { echo "not installed: $prefix/$file"; exit 1; }
+done
+find "$dest" -path '*/etc/init/avd.conf' | grep -q . ||
+  { echo "not installed: the Upstart job"; exit 1; }
+if find "$dest" -name 'lib*.so*' | grep -q .; then
+  echo "installed libraries a device has of its own:"
+  find "$dest" -name 'lib*.so*'
+  exit 1
+fi
+grep -q "^ExecStart=$prefix/sbin/avd\$" "$dest$prefix/lib/systemd/system/avd.service"
+systemd-analyze verify --root="$dest" --recursive-errors=no \
+  "$dest$prefix/lib/systemd/system/avd.service"
