@@ -50,7 +50,13 @@ const char kCommandHelp[] =
     "                            calibration with it) or comes back\n"
     "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
     "  led NAME VALUE SECONDS    SetLedState on the daemon's Manager\n"
-    "  restart controller|avd    restart a peer or the daemon\n"
+    "  restart controller|group|connman|avd\n"
+    "                            a peer leaves the bus and comes back, or\n"
+    "                            the daemon restarts\n"
+    "  upstart hang|answer       Upstart stops answering EmitEvent, or not\n"
+    "  wrongtypes                the peers publish values of wrong types\n"
+    "  flood N                   N malformed Manager calls from a client\n"
+    "                            that leaves before the replies\n"
     "  echo TEXT                 prints \"echo TEXT\"\n"
     "  help, quit\n";
 
@@ -138,8 +144,13 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
       return false;
     }
     sim->SetLedState(arg, value, static_cast<uint32_t>(number));
-  } else if (command == "restart" && arg == "controller") {
-    sim->RestartController();
+  } else if (command == "restart" && arg != "avd" && sim->RestartPeer(arg)) {
+  } else if (command == "upstart" && (arg == "hang" || arg == "answer")) {
+    sim->SetUpstartAnswering(arg == "answer");
+  } else if (command == "wrongtypes") {
+    sim->PublishWrongTypes();
+  } else if (command == "flood" && ParseNumber(arg, 1, 1'000'000, &number)) {
+    sim->Flood(static_cast<int>(number));
   } else if (command == "restart" && arg == "avd") {
     sim->RestartAvd();
   } else if (command == "echo") {

@@ -46,6 +46,12 @@ void ConnectionManagerPeer::SetConnectionState(const std::string& state) {
   }
 }
 
+void ConnectionManagerPeer::SignalWrongType() {
+  if (!bus_) return;
+  sd_bus_emit_signal(bus_, kPath, kInterface, "PropertyChanged", "sv",
+                     "ConnectionState", "u", 1);
+}
+
 int ConnectionManagerPeer::OnGetProperties(sd_bus_message* call,
                                            void* userdata, sd_bus_error*) {
   auto* self = static_cast<ConnectionManagerPeer*>(userdata);

@@ -30,6 +30,9 @@ class ConnectionManagerPeer {
   // Stores |state| ("online", "offline", ...) and signals the change when it
   // differs.
   void SetConnectionState(const std::string& state);
+  // Signals a ConnectionState that is a number, as a broken connection
+  // manager might; the state held does not change.
+  void SignalWrongType();
 
  private:
   static int OnGetProperties(sd_bus_message* call, void* userdata,

@@ -70,6 +70,13 @@ void ControllerPeer::SetSetupCompleted(bool completed) {
   Publish("DeviceConfiguration");
 }
 
+void ControllerPeer::PublishWrongType() {
+  if (!bus_) return;
+  sd_bus_emit_signal(bus_, kPath, "org.freedesktop.DBus.Properties",
+                     "PropertiesChanged", "sa{sv}as", kInterface, 1,
+                     "DeviceConfiguration", "s", "not a record", 0);
+}
+
 void ControllerPeer::Publish(const char* property) {
   if (!bus_) return;
   sd_bus_emit_properties_changed(bus_, kPath, kInterface, property, nullptr);

@@ -45,6 +45,10 @@ class ControllerPeer {
   // Stores |state| and publishes it as a property change.
   void SetRuntimeState(const RuntimeState& state);
 
+  // Publishes DeviceConfiguration as a string, as a broken controller
+  // might; the record held does not change.
+  void PublishWrongType();
+
   bool setup_completed() const { return setup_completed_; }
   // Changes what GetSetupCompleted answers and publishes the configuration
   // again so that its followers ask.

@@ -76,6 +76,44 @@ void DaemonClient::SetLedState(const std::string& name,
       value, seconds);
 }
 
+void DaemonClient::Flood(int calls) {
+  report_("inject flood " + std::to_string(calls));
+  ErrorPtr error;
+  std::shared_ptr<Bus> bus = Bus::Connect(loop_, bus_address_, &error);
+  if (!bus) {
+    report_("flood error " + error->message());
+    return;
+  }
+  ObjectProxy manager(bus, kAvdService, ObjectPath{kManagerPath});
+  auto ignore = [](Message*) {};
+  auto ignore_error = [](const Error*) {};
+  std::vector<BusSlot> slots;
+  for (int i = 0; i < calls; ++i) {
+    switch (i % 4) {
+      case 0:
+        slots.push_back(manager.CallMethod(kManagerInterface, "SetLedState",
+                                           ignore, ignore_error, uint32_t{1}));
+        break;
+      case 1:
+        slots.push_back(manager.CallMethod(kManagerInterface,
+                                           "SetOperationInProgress", ignore,
+                                           ignore_error, std::string("x")));
+        break;
+      case 2:
+        slots.push_back(manager.CallMethod(kManagerInterface,
+                                           "SetOperationFailed", ignore,
+                                           ignore_error, uint32_t{1},
+                                           uint32_t{2}));
+        break;
+      default:
+        slots.push_back(manager.CallMethod(kManagerInterface, "Nope", ignore,
+                                           ignore_error));
+    }
+  }
+  // Leaving: the bus is flushed, then closed, before any reply is read.
+  slots.clear();
+}
+
 template <typename... Args>
 void DaemonClient::CallManager(const std::string& label, const char* method,
                                std::function<void(Message*)> on_reply,

@@ -51,6 +51,11 @@ class DaemonClient {
   void SetLedState(const std::string& name, const std::string& value,
                    uint32_t seconds);
 
+  // Reports "inject flood |calls|" and sends that many malformed calls to
+  // the Manager (wrong argument types, too many, an unknown method) from a
+  // connection of their own, which leaves the bus before any reply.
+  void Flood(int calls);
+
  private:
   // Calls |method| on the daemon's Manager without waiting. A successful
   // reply is reported as |label|, or by |on_reply| when there is one; an

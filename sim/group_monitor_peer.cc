@@ -52,6 +52,13 @@ void GroupMonitorPeer::SetConnectedToRoot(bool connected) {
 
 void GroupMonitorPeer::SetLost(bool lost) { SetFlag(&lost_, lost, "Lost"); }
 
+void GroupMonitorPeer::PublishWrongTypes() {
+  if (!bus_) return;
+  sd_bus_emit_signal(bus_, kPath, "org.freedesktop.DBus.Properties",
+                     "PropertiesChanged", "sa{sv}as", kInterface, 2, "IsRoot",
+                     "s", "yes", "ConnectedToRoot", "u", 0, 0);
+}
+
 void GroupMonitorPeer::SetFlag(bool* flag, bool value, const char* property) {
   if (*flag == value) return;
   *flag = value;

@@ -34,6 +34,9 @@ class GroupMonitorPeer {
   void SetIsRoot(bool is_root);
   void SetConnectedToRoot(bool connected);
   void SetLost(bool lost);
+  // Publishes IsRoot as a string and ConnectedToRoot as a number, as a
+  // broken group monitor might; the values held do not change.
+  void PublishWrongTypes();
 
  private:
   static int OnGetProperty(sd_bus* bus, const char* path,

@@ -451,14 +451,42 @@ void Simulator::SetAudioDown(bool down) {
   Changed();
 }
 
-void Simulator::RestartController() {
-  Report("inject restart controller");
-  controller_->Stop();
+bool Simulator::RestartPeer(const std::string& which) {
   ErrorPtr error;
-  if (!controller_->Start(&error)) Report("error " + error->message());
+  bool started = false;
+  if (which == "controller") {
+    controller_->Stop();
+    started = controller_->Start(&error);
+  } else if (which == "group") {
+    group_monitor_->Leave();
+    started = group_monitor_->Join(&error);
+  } else if (which == "connman") {
+    connection_manager_->Stop();
+    started = connection_manager_->Start(&error);
+  } else {
+    return false;
+  }
+  Report("inject restart " + which);
+  if (!started) Report("error " + error->message());
   state_.controller_running = controller_->running();
+  state_.group_joined = group_monitor_->joined();
   Changed();
+  return true;
 }
+
+void Simulator::SetUpstartAnswering(bool answering) {
+  upstart_->set_answering(answering);
+  Report(std::string("inject upstart ") + (answering ? "answer" : "hang"));
+}
+
+void Simulator::PublishWrongTypes() {
+  Report("inject wrongtypes");
+  group_monitor_->PublishWrongTypes();
+  connection_manager_->SignalWrongType();
+  controller_->PublishWrongType();
+}
+
+void Simulator::Flood(int calls) { daemon_client_->Flood(calls); }
 
 void Simulator::OnLightLine(const std::string& raw) {
   const LibraryOutcome out = TranslateLightControlLine(raw);

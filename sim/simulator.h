@@ -119,8 +119,17 @@ class Simulator {
   void SetAmbient(int level);
   void SetAudioDown(bool down);
   void SetVpdCache(bool present);
-  void RestartController();
+  // "controller", "group" (the group monitor) or "connman" (the
+  // connection manager) leaves the bus and comes back; false for another.
+  bool RestartPeer(const std::string& which);
   void RestartAvd();
+  // Faults of the peers: Upstart stops answering (or answers again); the
+  // group monitor, the connection manager and the controller publish
+  // values of the wrong D-Bus types; a client floods the Manager with
+  // malformed calls and leaves before the replies.
+  void SetUpstartAnswering(bool answering);
+  void PublishWrongTypes();
+  void Flood(int calls);
   // The daemon's Manager methods, called as another daemon would; the
   // operation ids are the last one the daemon gave.
   void StartOperation();

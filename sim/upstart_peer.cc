@@ -61,6 +61,10 @@ int UpstartPeer::OnEmitEvent(sd_bus_message* call, void* userdata,
   }
   free(env);
   if (wait) line += " wait";
+  if (!self->answering_) {
+    self->report_(line + " unanswered");
+    return 1;
+  }
   self->report_(line);
   return sd_bus_reply_method_return(call, "");
 }

@@ -29,6 +29,10 @@ class UpstartPeer {
   bool Start(ErrorPtr* error);
   void Stop();
 
+  // While false, EmitEvent is received (and reported with " unanswered")
+  // but never answered: the caller waits for its time-out.
+  void set_answering(bool answering) { answering_ = answering; }
+
  private:
   static int OnEmitEvent(sd_bus_message* call, void* userdata,
                          sd_bus_error* error);
@@ -37,6 +41,7 @@ class UpstartPeer {
   const std::string bus_address_;
   const Reporter report_;
   sd_bus* bus_ = nullptr;
+  bool answering_ = true;
 };
 
 }  // namespace morvane::ap
