@@ -7,10 +7,12 @@
 
 #include "av/mock_lighting_client.h"
 #include "platform/fake_task_loop.h"
+#include "tests/fixtures/log_capture.h"
 
 namespace morvane::ap {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::InSequence;
 using ::testing::StrictMock;
 
@@ -18,8 +20,8 @@ constexpr int64_t kSecondUs = 1'000'000;
 
 class LightingManagerTest : public testing::Test {
  protected:
-  // Creates the manager, which shows state 0 at once.
-  void Start() {
+  // The manager shows state 0 as soon as it exists.
+  void SetUp() override {
     EXPECT_CALL(lighting_, SetState(kLightStateStartup));
     manager_ = std::make_unique<LightingManager>(&loop_, &lighting_);
     Verify();
@@ -53,8 +55,6 @@ class LightingManagerTest : public testing::Test {
 };
 
 TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
-  Start();
-
   Seconds(59);
   Verify();
 
@@ -66,25 +66,27 @@ TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
   EXPECT_EQ(loop_.PendingTaskCount(), 0u);
 }
 
-TEST_F(LightingManagerTest, ConnectionEndsTheGracePeriodForGood) {
-  Start();
-
+TEST_F(LightingManagerTest, ConnectionEndsTheGraceForGoodAndSetupOutranksIt) {
   ExpectState(kLightStateOnline);
   manager_->SetConnected(true);
   Verify();
-
   manager_->SetConnected(true);  // unchanged: nothing sent
+  Verify();
+
+  ExpectState(kLightStateSetup);
+  manager_->SetSetupMode(true);
+  Verify();
+  ExpectState(kLightStateOnline);
+  manager_->SetSetupMode(false);
   Verify();
 
   ExpectState(kLightStateWanFailure);  // at once, not after the grace
   manager_->SetConnected(false);
   Verify();
-
   Seconds(120);
 }
 
 TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSetup) {
-  Start();
   EXPECT_TRUE(SetLedState("setup_activity", "scanning", 20));  // not in setup: unseen
   Seconds(5);
   Verify();
@@ -106,7 +108,6 @@ TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSet
 }
 
 TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
-  Start();
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
   Verify();
@@ -123,76 +124,35 @@ TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
   Verify();
 }
 
-TEST_F(LightingManagerTest, InSetupModeConnectingKeepsTheRingButEndsTheGrace) {
-  Start();
-  ExpectState(kLightStateSetup);
-  manager_->SetSetupMode(true);
-  Verify();
-
-  manager_->SetConnected(true);
-  Verify();
-
-  ExpectState(kLightStateOnline);
-  manager_->SetSetupMode(false);
-  Verify();
-  ExpectState(kLightStateWanFailure);
-  manager_->SetConnected(false);
-  Verify();
-}
-
-TEST_F(LightingManagerTest, OperationIdentifiersCountUpWhateverTheArgument) {
-  Start();
+TEST_F(LightingManagerTest, OperationShowsForThirtySecondsFromItsLatestStart) {
   ExpectState(kLightStateOperation);
-
   EXPECT_EQ(StartOperation(), 1u);
-  EXPECT_EQ(StartOperation(), 2u);
-  EXPECT_EQ(StartOperation(), 3u);
-}
-
-TEST_F(LightingManagerTest, OperationInProgressRestartsItsThirtySeconds) {
-  Start();
-  ExpectState(kLightStateOperation);
-  StartOperation();
   Seconds(20);
-  StartOperation();
+  EXPECT_EQ(StartOperation(), 2u);
   Verify();
 
   Seconds(29);
   Verify();
-  ExpectState(kLightStateStartup);  // grace still running at 49 s
+  ExpectState(kLightStateStartup);  // grace still running at 50 s
   Seconds(1);
   Verify();
 }
 
-TEST_F(LightingManagerTest, RunningTimedStateIsRestartedByAShorterDuration) {
-  Start();
+TEST_F(LightingManagerTest, CompletedWithAShorterDurationShowsTheOperationThatLong) {
   ExpectState(kLightStateOperation);
   StartOperation();
   Verify();
 
-  EXPECT_TRUE(SetLedState("vox", "in_progress", 5));
+  ExpectTransition(kLightStateOperation);
+  EXPECT_TRUE(SetLedState("vox", "completed", 5));  // 30 s were left
+  Verify();
+
   ExpectState(kLightStateStartup);
   Seconds(5);
   Verify();
 }
 
-TEST_F(LightingManagerTest, DurationZeroEndsATimedStateAtOnce) {
-  Start();
-  ExpectState(kLightStateOperation);
-  StartOperation();
-  Verify();
-
-  ExpectState(kLightStateStartup);
-  EXPECT_TRUE(SetLedState("vox", "in_progress", 0));
-  Verify();
-
-  Seconds(30);  // the cancelled expiry never runs
-  Verify();
-}
-
-TEST_F(LightingManagerTest, SuccessIsSentByTransitionEvenWithoutChange) {
-  Start();
-
+TEST_F(LightingManagerTest, SuccessIsSentByTransitionAlwaysFailureOnlyOnChange) {
   ExpectTransition(kLightStateStartup);
   EXPECT_TRUE(manager_->SetOperationSucceeded(nullptr, 12345));
   Verify();
@@ -201,56 +161,36 @@ TEST_F(LightingManagerTest, SuccessIsSentByTransitionEvenWithoutChange) {
     InSequence s;
     ExpectState(kLightStateOperation);
     ExpectTransition(kLightStateStartup);
-  }
-  StartOperation();
-  EXPECT_TRUE(manager_->SetOperationSucceeded(nullptr, 1));
-  Verify();
-
-  ExpectTransition(kLightStateStartup);  // twice in a row: sent twice
-  manager_->ReapplyStateWithTransition();
-  ExpectTransition(kLightStateStartup);
-  manager_->ReapplyStateWithTransition();
-  Verify();
-}
-
-TEST_F(LightingManagerTest, CompletedWithADurationKeepsShowingTheOperation) {
-  Start();
-
-  ExpectTransition(kLightStateOperation);
-  EXPECT_TRUE(SetLedState("vox", "completed", 5));
-  Verify();
-
-  ExpectState(kLightStateStartup);
-  Seconds(5);
-  Verify();
-}
-
-TEST_F(LightingManagerTest, FailureIsSentByThePlainCallOnlyOnChange) {
-  Start();
-  {
-    InSequence s;
+    ExpectTransition(kLightStateStartup);
     ExpectState(kLightStateOperation);
     ExpectState(kLightStateStartup);
   }
   StartOperation();
+  EXPECT_TRUE(manager_->SetOperationSucceeded(nullptr, 1));
+  manager_->ReapplyStateWithTransition();
+  StartOperation();
   EXPECT_TRUE(manager_->SetOperationFailed(nullptr, 999));
-  Verify();
-
   EXPECT_TRUE(manager_->SetOperationFailed(nullptr, 1));  // nothing to end
   Verify();
 }
 
 TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
-  Start();
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
   Seconds(60);  // the grace ends unseen
   Verify();
+  LogCapture log;
 
   for (const char* name : {"wan_failure", "setup_complete", "Vox", "", "vox "}) {
     SCOPED_TRACE(name);
     EXPECT_FALSE(SetLedState(name, "in_progress", 10));
   }
+
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Unexpected led state: wan_failure",
+                          "Unexpected led state: setup_complete",
+                          "Unexpected led state: Vox", "Unexpected led state: ",
+                          "Unexpected led state: vox "));
   // Neither the hold (1) nor the grace (0) was started by the rejected calls.
   ExpectState(kLightStateWanFailure);
   manager_->SetSetupMode(false);
@@ -258,7 +198,6 @@ TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
 }
 
 TEST_F(LightingManagerTest, LongestDurationDoesNotOverflow) {
-  Start();
   ExpectState(kLightStateOperation);
   EXPECT_TRUE(SetLedState("vox", "in_progress", 4294967295u));
   Verify();

@@ -8,7 +8,7 @@
 namespace morvane::ap {
 namespace {
 
-TEST(AsyncEventSequencerTest, ActionRunsOnceAfterTheLastHandler) {
+TEST(AsyncEventSequencerTest, ActionRunsOnceAfterTheLastHandlerOrAtOnce) {
   AsyncEventSequencer sequencer;
   auto first = sequencer.GetHandler("first", false);
   auto second = sequencer.GetHandler("second", false);
@@ -18,17 +18,11 @@ TEST(AsyncEventSequencerTest, ActionRunsOnceAfterTheLastHandler) {
   second(true);
   EXPECT_TRUE(runs.empty());
   first(true);
-
   EXPECT_EQ(runs, std::vector<bool>{true});
-}
 
-TEST(AsyncEventSequencerTest, ActionRunsAtOnceWhenNothingIsOutstanding) {
-  AsyncEventSequencer sequencer;
-  std::optional<bool> result;
-
-  sequencer.OnAllTasksCompletedCall([&](bool ok) { result = ok; });
-
-  EXPECT_EQ(result, std::optional<bool>(true));
+  AsyncEventSequencer idle;
+  idle.OnAllTasksCompletedCall([&](bool ok) { runs.push_back(ok); });
+  EXPECT_EQ(runs, (std::vector<bool>{true, true}));
 }
 
 TEST(AsyncEventSequencerTest, NonFatalFailureIsReportedToTheAction) {

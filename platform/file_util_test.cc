@@ -49,33 +49,24 @@ TEST_F(FileUtilTest, ReadFileToStringReadsWholeFilesByteForByte) {
   EXPECT_FALSE(ReadFileToString(dir_, &contents));
 }
 
-TEST_F(FileUtilTest, PathExistsForFilesAndDirectoriesOnly) {
-  ASSERT_EQ(WriteFile(Path("file"), "x", 1), 1);
+TEST_F(FileUtilTest, WriteFileReplacesContentsOrFailsWithoutCreatingDirectories) {
+  ASSERT_EQ(WriteFile(Path("attr"), "a much longer old value", 23), 23);
   std::filesystem::create_symlink(Path("nowhere"), Path("dangling"));
 
-  EXPECT_TRUE(PathExists(Path("file")));
-  EXPECT_TRUE(PathExists(dir_));
-  EXPECT_FALSE(PathExists(Path("missing")));
-  EXPECT_FALSE(PathExists(Path("dangling")));
-}
-
-TEST_F(FileUtilTest, WriteFileReplacesContentsWithExactlyTheBytesGiven) {
-  ASSERT_EQ(WriteFile(Path("attr"), "a much longer old value", 23), 23);
-
   EXPECT_EQ(WriteFile(Path("attr"), "123", 3), 3);
+  EXPECT_EQ(WriteFile(Path("empty"), "", 0), 0);
+  EXPECT_EQ(WriteFile(Path("events/value"), "1", 1), -1);
+  EXPECT_EQ(WriteFile(dir_, "1", 1), -1);
+  EXPECT_EQ(WriteFile(Path("negative"), "1", -1), -1);
 
   std::string contents;
   ASSERT_TRUE(ReadFileToString(Path("attr"), &contents));
   EXPECT_EQ(contents, "123");
-  EXPECT_EQ(WriteFile(Path("empty"), "", 0), 0);
+  // PathExists sees files and directories, not what a dangling link names.
   EXPECT_TRUE(PathExists(Path("empty")));
-}
-
-TEST_F(FileUtilTest, WriteFileFailsWithoutCreatingDirectories) {
-  EXPECT_EQ(WriteFile(Path("events/value"), "1", 1), -1);
+  EXPECT_TRUE(PathExists(dir_));
   EXPECT_FALSE(PathExists(Path("events")));
-  EXPECT_EQ(WriteFile(dir_, "1", 1), -1);
-  EXPECT_EQ(WriteFile(Path("negative"), "1", -1), -1);
+  EXPECT_FALSE(PathExists(Path("dangling")));
 }
 
 TEST(RunCommandTest, SucceedsOnlyWhenTheProgramRanAndExitedWithZero) {

@@ -16,22 +16,16 @@ using ::testing::MatchesRegex;
 // Each test sets logging up again: a later InitLogging() replaces the
 // settings of an earlier one in the same process.
 
-TEST(LoggingTest, StderrLineWithoutHeaderIsJustTheMessage) {
+TEST(LoggingTest, StderrLineIsTheMessageWithTheHeaderOnlyWhenAskedFor) {
   InitLogging("/usr/sbin/avd", kLogToStderr);
   testing::internal::CaptureStderr();
-
   LOG(WARNING) << "Failed to read file: /x";
-
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Failed to read file: /x\n");
-}
 
-TEST(LoggingTest, StderrLineWithHeaderNamesSeverityTimeAndPlace) {
   InitLogging("/usr/sbin/avd", kLogToStderr | kLogHeader);
   testing::internal::CaptureStderr();
-
   LOG(INFO) << "Group failure is 1";
-
   EXPECT_THAT(
       testing::internal::GetCapturedStderr(),
       MatchesRegex("I[0-9]+ [0-9:.]+ +[0-9]+ logging_test\\.cc:[0-9]+\\] "

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -23,16 +25,13 @@ class IioPreloadTest : public testing::Test {
     char pattern[] = "/tmp/iio_preload_test.XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     dir_ = pattern;
-    device_ = dir_ + "/iio:device0";
-    other_ = dir_ + "/other";
-    fifo_ = dir_ + "/events";
-    close(open(device_.c_str(), O_CREAT | O_WRONLY, 0600));
-    close(open(other_.c_str(), O_CREAT | O_WRONLY, 0600));
-    ASSERT_EQ(mkfifo(fifo_.c_str(), 0600), 0);
+    std::ofstream(Path("iio:device0"));
+    std::ofstream(Path("other"));
+    ASSERT_EQ(mkfifo(Path("events").c_str(), 0600), 0);
     // Held open for writing, as the simulator does.
-    writer_ = open(fifo_.c_str(), O_RDWR | O_NONBLOCK);
-    setenv("AP_SIM_IIO_DEVICE", device_.c_str(), 1);
-    setenv("AP_SIM_IIO_EVENTS", fifo_.c_str(), 1);
+    writer_ = open(Path("events").c_str(), O_RDWR | O_NONBLOCK);
+    setenv("AP_SIM_IIO_DEVICE", Path("iio:device0").c_str(), 1);
+    setenv("AP_SIM_IIO_EVENTS", Path("events").c_str(), 1);
     library_ = dlopen(SIM_IIO_PRELOAD_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library_, nullptr) << dlerror();
     ioctl_ = reinterpret_cast<IoctlFunction>(dlsym(library_, "ioctl"));
@@ -42,20 +41,19 @@ class IioPreloadTest : public testing::Test {
   void TearDown() override {
     if (library_) dlclose(library_);
     if (writer_ >= 0) close(writer_);
-    unlink(device_.c_str());
-    unlink(other_.c_str());
-    unlink(fifo_.c_str());
-    rmdir(dir_.c_str());
+    std::filesystem::remove_all(dir_);
   }
 
-  std::string dir_, device_, other_, fifo_;
+  std::string Path(const char* name) const { return dir_ + "/" + name; }
+
+  std::string dir_;
   int writer_ = -1;
   void* library_ = nullptr;
   IoctlFunction ioctl_ = nullptr;
 };
 
 TEST_F(IioPreloadTest, AnswersTheEventDescriptorIoctlOnlyForTheSimulatedDevice) {
-  const int device = open(device_.c_str(), O_RDONLY);
+  const int device = open(Path("iio:device0").c_str(), O_RDONLY);
   int event_fd = -1;
 
   ASSERT_EQ(ioctl_(device, kIioGetEventFdIoctl, &event_fd), 0);
@@ -70,7 +68,7 @@ TEST_F(IioPreloadTest, AnswersTheEventDescriptorIoctlOnlyForTheSimulatedDevice) 
   close(device);
 
   // Another file gets the C library's answer: a plain file has no ioctls.
-  const int other = open(other_.c_str(), O_RDONLY);
+  const int other = open(Path("other").c_str(), O_RDONLY);
   int untouched = -1;
   errno = 0;
   EXPECT_EQ(ioctl_(other, kIioGetEventFdIoctl, &untouched), -1);

@@ -4,18 +4,19 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 
 namespace morvane::ap {
 namespace {
 
 int64_t NowMs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1'000'000;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
 }
 
 }  // namespace
@@ -23,14 +24,13 @@ int64_t NowMs() {
 SimProcess::~SimProcess() {
   // End of input quits cleanly, so the simulator removes its directory.
   CloseInput();
-  if (pid_ > 0 && !reaped_) WaitForExit(kDefaultTimeoutMs);
-  if (from_sim_ >= 0) close(from_sim_);
-  if (pid_ > 0 && !reaped_) {
+  if (pid_ > 0 && !exit_code_ && !WaitForExit()) {
     // SIGKILL: the simulator's children die with it (parent-death signal).
     kill(pid_, SIGKILL);
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
+  if (from_sim_ >= 0) close(from_sim_);
 }
 
 bool SimProcess::Start(const std::string& sim_binary,
@@ -86,8 +86,9 @@ void SimProcess::CloseInput() {
 bool SimProcess::ReadSome(int64_t timeout_ms) {
   if (from_sim_ < 0) return false;
   pollfd pfd{from_sim_, POLLIN, 0};
-  const int r = poll(&pfd, 1, static_cast<int>(std::max<int64_t>(0, timeout_ms)));
-  if (r <= 0) return true;  // Nothing yet; the caller checks its deadline.
+  if (poll(&pfd, 1, static_cast<int>(std::max<int64_t>(0, timeout_ms))) <= 0) {
+    return false;
+  }
   char buffer[4096];
   const ssize_t n = read(from_sim_, buffer, sizeof(buffer));
   if (n <= 0) {
@@ -109,18 +110,13 @@ template <typename Match>
 std::optional<size_t> SimProcess::WaitFor(Match match, size_t from,
                                           int64_t timeout_ms) {
   const int64_t deadline = NowMs() + timeout_ms;
-  for (size_t checked = from;;) {
-    for (; checked < lines_.size(); ++checked) {
-      if (match(lines_[checked])) return checked;
+  for (size_t i = from;; ++i) {
+    while (i >= lines_.size()) {
+      const int64_t left = deadline - NowMs();
+      if (left <= 0 || from_sim_ < 0) return std::nullopt;
+      ReadSome(left);
     }
-    const int64_t left = deadline - NowMs();
-    if (left <= 0 || !ReadSome(left)) {
-      // Lines read by the last call still count.
-      for (; checked < lines_.size(); ++checked) {
-        if (match(lines_[checked])) return checked;
-      }
-      return std::nullopt;
-    }
+    if (match(lines_[i])) return i;
   }
 }
 
@@ -140,29 +136,21 @@ std::optional<size_t> SimProcess::WaitForPrefix(const std::string& prefix,
 }
 
 std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
-  if (reaped_) return exit_code_;
   const int64_t deadline = NowMs() + timeout_ms;
-  for (;;) {
+  while (!exit_code_) {
     // Keep draining output so the simulator never blocks on a full pipe.
-    if (from_sim_ >= 0) {
-      ReadSome(10);
-    } else {
-      usleep(10'000);
-    }
+    if (!ReadSome(10) && from_sim_ < 0) poll(nullptr, 0, 10);
     int status = 0;
-    const pid_t r = waitpid(pid_, &status, WNOHANG);
-    if (r == pid_) {
-      reaped_ = true;
-      exit_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      exit_code_ = WIFEXITED(status) ? WEXITSTATUS(status)
+                                     : 128 + WTERMSIG(status);
       while (ReadSome(0)) {
-        if (from_sim_ < 0) break;
-        pollfd pfd{from_sim_, POLLIN, 0};
-        if (poll(&pfd, 1, 0) <= 0) break;
       }
-      return exit_code_;
+    } else if (NowMs() >= deadline) {
+      return std::nullopt;
     }
-    if (NowMs() >= deadline) return std::nullopt;
   }
+  return exit_code_;
 }
 
 std::string SimProcess::Transcript() const {
@@ -172,9 +160,7 @@ std::string SimProcess::Transcript() const {
 }
 
 size_t SimProcess::Count(const std::string& line) const {
-  size_t n = 0;
-  for (const std::string& l : lines_) n += l == line;
-  return n;
+  return std::count(lines_.begin(), lines_.end(), line);
 }
 
 }  // namespace morvane::ap

@@ -16,6 +16,8 @@ namespace morvane::ap {
 // fails the test instead of hanging it.
 class SimProcess {
  public:
+  static constexpr int64_t kDefaultTimeoutMs = 15'000;
+
   SimProcess() = default;
   SimProcess(const SimProcess&) = delete;
   SimProcess& operator=(const SimProcess&) = delete;
@@ -53,11 +55,9 @@ class SimProcess {
 
   pid_t pid() const { return pid_; }
 
-  static constexpr int64_t kDefaultTimeoutMs = 15'000;
-
  private:
-  // Reads what is available, waiting at most |timeout_ms|. False at end of
-  // output.
+  // Reads what arrives within |timeout_ms| into lines_; false when nothing
+  // did (the output is closed at its end).
   bool ReadSome(int64_t timeout_ms);
   template <typename Match>
   std::optional<size_t> WaitFor(Match match, size_t from, int64_t timeout_ms);
@@ -67,8 +67,7 @@ class SimProcess {
   int from_sim_ = -1;
   std::string partial_;
   std::vector<std::string> lines_;
-  bool reaped_ = false;
-  int exit_code_ = -1;
+  std::optional<int> exit_code_;
 };
 
 }  // namespace morvane::ap
