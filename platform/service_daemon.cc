@@ -11,6 +11,7 @@
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "platform/exported_object_manager.h"
+#include "platform/object_proxy.h"
 
 namespace morvane::ap {
 
@@ -36,6 +37,15 @@ int ServiceDaemon::Run() {
     LOG(ERROR) << error->message();
     return EX_UNAVAILABLE;
   }
+  // sd-bus tells of a lost connection with a signal of its own.
+  bus_lost_slot_ =
+      ObjectProxy(bus_, "org.freedesktop.DBus.Local",
+                  ObjectPath{"/org/freedesktop/DBus/Local"})
+          .ConnectToSignal("org.freedesktop.DBus.Local", "Disconnected",
+                           [this](Message*) {
+                             LOG(ERROR) << "Lost the system bus, exiting";
+                             loop_->Quit(EX_UNAVAILABLE);
+                           });
   object_manager_ = std::make_unique<ExportedObjectManager>(bus_, root_path_);
   if (!object_manager_->Register(&error)) {
     LOG(ERROR) << error->message();

@@ -4,10 +4,11 @@
 #include <memory>
 #include <string>
 
+#include "platform/bus.h"
+
 namespace morvane::ap {
 
 class AsyncEventSequencer;
-class Bus;
 class EventLoop;
 class ExportedObjectManager;
 class TaskLoop;
@@ -28,8 +29,10 @@ class ServiceDaemon {
   // system bus, registers the object manager, calls
   // RegisterServiceObjects() once and claims the service name after every
   // handler of the sequencer has been called. Runs until the loop ends and
-  // returns its exit code; without a bus, or when the name cannot be
-  // claimed, logs why and returns EX_UNAVAILABLE. Call once.
+  // returns its exit code; without a bus, when the name cannot be claimed,
+  // or when the bus goes away, logs why in one line and returns
+  // EX_UNAVAILABLE, so that the init system starts the service again. Call
+  // once.
   int Run();
 
  protected:
@@ -56,6 +59,7 @@ class ServiceDaemon {
   std::shared_ptr<Bus> bus_;
   std::unique_ptr<ExportedObjectManager> object_manager_;
   std::unique_ptr<AsyncEventSequencer> sequencer_;
+  BusSlot bus_lost_slot_;
 };
 
 }  // namespace morvane::ap

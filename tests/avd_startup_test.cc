@@ -249,6 +249,25 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
   EXPECT_THAT(avd.LightCalls(), IsEmpty());
 }
 
+// The init system restarts a daemon that ends: one that lost its bus must
+// end, with a reason, rather than linger unreachable.
+TEST(AvdWithoutBusTest, EndsWithAFailureWhenTheBusGoesAway) {
+  auto bus = std::make_unique<DbusDaemonFixture>();
+  std::string error;
+  ASSERT_TRUE(bus->Start(&error)) << error;
+  AvdProcess avd(bus->address());
+  avd.Start();
+  ASSERT_TRUE(WaitUntil([&] { return avd.LightCalls().size() >= 4; }))
+      << avd.Stderr();
+
+  bus.reset();
+  const std::optional<int> status = avd.WaitForExit();
+
+  ASSERT_TRUE(status.has_value()) << "avd did not exit";
+  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) != 0) << avd.Stderr();
+  EXPECT_THAT(avd.Stderr(), HasSubstr("Lost the system bus, exiting"));
+}
+
 TEST(AvdWithoutBusTest, ExitsNonZeroWithAMessage) {
   AvdProcess avd("unix:path=/nonexistent/avd-test-bus");
   avd.Start();
