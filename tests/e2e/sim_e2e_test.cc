@@ -24,13 +24,8 @@ class SimE2eTest : public testing::Test {
     ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
   }
 
-  // Waits for |line| at |from| or later and returns its index.
   size_t Expect(const std::string& line, size_t from = 0) {
-    const std::optional<size_t> at = sim_.WaitForLine(line, from);
-    EXPECT_TRUE(at.has_value()) << "no line \"" << line << "\" after line "
-                                << from << "; output:\n"
-                                << sim_.Transcript();
-    return at.value_or(sim_.lines().size());
+    return sim_.Expect(line, from);
   }
 
   // The value after |prefix| on the first line that starts with it.

@@ -1,5 +1,7 @@
 #include "tests/e2e/sim_process.h"
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -151,6 +153,14 @@ std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
     }
   }
   return exit_code_;
+}
+
+size_t SimProcess::Expect(const std::string& line, size_t from) {
+  const std::optional<size_t> at = WaitForLine(line, from);
+  EXPECT_TRUE(at.has_value()) << "no line \"" << line << "\" after line "
+                              << from << "; output:\n"
+                              << Transcript();
+  return at.value_or(lines_.size());
 }
 
 std::string SimProcess::Transcript() const {

@@ -39,6 +39,10 @@ class SimProcess {
   std::optional<size_t> WaitForLine(const std::string& line, size_t from = 0,
                                     int64_t timeout_ms = kDefaultTimeoutMs);
 
+  // WaitForLine() that fails the current test, showing the transcript,
+  // when the line does not come; returns its index (or the line count).
+  size_t Expect(const std::string& line, size_t from = 0);
+
   // As WaitForLine, for the first line that starts with |prefix|.
   std::optional<size_t> WaitForPrefix(const std::string& prefix,
                                       size_t from = 0,
