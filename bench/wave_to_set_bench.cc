@@ -11,9 +11,7 @@
 // Run pinned to one CPU (the daemon and the bus inherit it):
 //   taskset -c 1 build/bench/wave_to_set_bench
 
-#include <signal.h>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 #include <time.h>
 
 #include <algorithm>
@@ -25,12 +23,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "platform/event_loop.h"
-#include "sim/child_process.h"
-#include "sim/controller_peer.h"
 #include "sim/device_inputs.h"
-#include "sim/sim_directory.h"
-#include "tests/fixtures/dbus_daemon_fixture.h"
+#include "tests/fixtures/sim_world.h"
 
 namespace morvane::ap {
 namespace {
@@ -44,42 +38,16 @@ int64_t MonotonicNs() {
   return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
 }
 
-// The simulated device with the real daemon, up and configured.
+// The simulated device with the real daemon, up and configured, and a bare
+// client of the controller beside it.
 class World {
  public:
   bool Start() {
-    sigset_t mask;
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &mask, nullptr);
-    std::string bus_error;
-    ErrorPtr error;
-    loop_ = EventLoop::Create(&error);
-    directory_ = SimDirectory::Create({}, &error);
-    if (!loop_ || !directory_ || !bus_.Start(&bus_error)) {
-      fprintf(stderr, "Failed to set up: %s\n", bus_error.c_str());
-      return false;
-    }
-    controller_ = std::make_unique<ControllerPeer>(
-        loop_->event(), bus_.address(), [this](const std::string& line) {
-          if (line.rfind("config set ", 0) == 0) set_ns_ = MonotonicNs();
-        });
-    DeviceConfiguration config;
-    config.mutable_default_prioritized_device()->set_mac_address(
-        "02:00:00:5e:00:01");
-    config.mutable_default_prioritized_device()->set_expiration_time(600);
-    controller_->SetConfiguration(config);
-    if (!controller_->Start(&error) ||
-        !iio_.Open(directory_->iio_event_fifo(), &error)) {
-      fprintf(stderr, "Failed to set up: %s\n", error->message().c_str());
-      return false;
-    }
-    avd_ = std::make_unique<ChildProcess>(loop_->event());
-    if (!avd_->Start({AVD_BINARY},
-                     EnvironmentWith(directory_->DaemonEnvironment(
-                         bus_.address(), SIM_IIO_PRELOAD_LIBRARY)),
-                     -1, -1, nullptr, &error)) {
-      fprintf(stderr, "Failed to start avd: %s\n", error->message().c_str());
+    if (!world_.Start(AVD_BINARY, SIM_IIO_PRELOAD_LIBRARY)) return false;
+    if (sd_bus_new(&client_) < 0 ||
+        sd_bus_set_address(client_, world_.bus_address().c_str()) < 0 ||
+        sd_bus_set_bus_client(client_, 1) < 0 || sd_bus_start(client_) < 0) {
+      fprintf(stderr, "Failed to connect a client\n");
       return false;
     }
     // Waves until one is answered: the daemon is then calibrated and holds
@@ -91,74 +59,55 @@ class World {
     return false;
   }
 
+  ~World() { sd_bus_flush_close_unref(client_); }
+
   // Sends a wave and returns how long after the rising record became
   // readable the controller got the Set, in ns; 0 when it never did.
   int64_t Wave() {
-    set_ns_ = 0;
-    const int64_t falling_ns = MonotonicNs();
-    if (!iio_.Write(MakeWaveRecords(falling_ns, kWaveGapNs))) return 0;
-    const int64_t readable_ns = MonotonicNs();
-    const int64_t result = RunUntilSet(readable_ns);
-    Settle();
-    return result;
+    const int sets = world_.sets();
+    if (!world_.WriteIio(MakeWaveRecords(MonotonicNs(), kWaveGapNs))) return 0;
+    return TimeUntilSet(MonotonicNs(), sets);
   }
 
   // Sends the same kind of Set as a bare client and returns its delivery
   // time in ns; 0 when it never arrived.
   int64_t BareSet() {
-    if (!client_) {
-      client_ = bus_.Connect();
-      if (!client_ || sd_bus_attach_event(client_, loop_->event(), 0) < 0) {
-        return 0;
-      }
-    }
-    const std::string record = controller_->configuration().SerializeAsString();
+    if (!client_) return 0;
+    const std::string record =
+        world_.controller()->configuration().SerializeAsString();
     sd_bus_message* call = nullptr;
     sd_bus_message_new_method_call(
         client_, &call, "org.tessaly.ap.Controller",
         "/org/tessaly/ap/Controller/Configuration",
         "org.tessaly.ap.Controller.Configuration", "Set");
     sd_bus_message_append_array(call, 'y', record.data(), record.size());
-    set_ns_ = 0;
+    const int sets = world_.sets();
     const int64_t sent_ns = MonotonicNs();
-    const int r = sd_bus_call_async(client_, nullptr, call, nullptr, nullptr, 0);
+    const int r = sd_bus_send(client_, call, nullptr);
     sd_bus_message_unref(call);
-    if (r < 0) return 0;
-    const int64_t result = RunUntilSet(sent_ns);
-    Settle();
-    return result;
-  }
-
-  ~World() {
-    if (avd_) avd_->Stop(2'000'000);
-    sd_bus_flush_close_unref(client_);
-    controller_.reset();
+    sd_bus_flush(client_);
+    return r < 0 ? 0 : TimeUntilSet(sent_ns, sets);
   }
 
  private:
-  int64_t RunUntilSet(int64_t since_ns) {
-    while (set_ns_ == 0 && MonotonicNs() - since_ns < kGiveUpNs) {
-      sd_event_run(loop_->event(), 100'000);
-    }
-    return set_ns_ == 0 ? 0 : set_ns_ - since_ns;
+  // The time from |since_ns| until the controller has had more than |sets|
+  // Set calls; 0 after kGiveUpNs. The daemon then follows the published
+  // configuration (it asks the controller whether setup is completed): the
+  // loop serves that before the next measurement.
+  int64_t TimeUntilSet(int64_t since_ns, int sets) {
+    int64_t arrived_ns = 0;
+    world_.RunUntil(
+        [&] {
+          if (world_.sets() > sets) arrived_ns = MonotonicNs();
+          return arrived_ns != 0;
+        },
+        kGiveUpNs / 1000);
+    world_.RunFor(20'000);
+    return arrived_ns == 0 ? 0 : arrived_ns - since_ns;
   }
 
-  // The daemon follows each published configuration (it asks the
-  // controller whether setup is completed): let it finish before the next
-  // measurement.
-  void Settle() {
-    const int64_t until = MonotonicNs() + 20'000'000;
-    while (MonotonicNs() < until) sd_event_run(loop_->event(), 5'000);
-  }
-
-  DbusDaemonFixture bus_;
-  std::unique_ptr<EventLoop> loop_;
-  std::unique_ptr<SimDirectory> directory_;
-  std::unique_ptr<ControllerPeer> controller_;
-  FifoWriter iio_;
-  std::unique_ptr<ChildProcess> avd_;
+  SimWorld world_;
   sd_bus* client_ = nullptr;
-  int64_t set_ns_ = 0;
 };
 
 World* TheWorld() {
