@@ -55,6 +55,7 @@ const char kCommandHelp[] =
     "                            the daemon restarts\n"
     "  upstart hang|answer       Upstart stops answering EmitEvent, or not\n"
     "  wrongtypes                the peers publish values of wrong types\n"
+    "  unplug touch|sensor       the device goes away for good\n"
     "  flood N                   N malformed Manager calls from a client\n"
     "                            that leaves before the replies\n"
     "  echo TEXT                 prints \"echo TEXT\"\n"
@@ -147,6 +148,8 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
   } else if (command == "restart" && arg != "avd" && sim->RestartPeer(arg)) {
   } else if (command == "upstart" && (arg == "hang" || arg == "answer")) {
     sim->SetUpstartAnswering(arg == "answer");
+  } else if (command == "unplug" && (arg == "touch" || arg == "sensor")) {
+    sim->Unplug(arg == "touch");
   } else if (command == "wrongtypes") {
     sim->PublishWrongTypes();
   } else if (command == "flood" && ParseNumber(arg, 1, 1'000'000, &number)) {

@@ -56,6 +56,11 @@ bool FifoWriter::Write(const std::string& records) {
   return n == static_cast<ssize_t>(records.size());
 }
 
+void FifoWriter::Close() {
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
 void FifoWriter::Drain() {
   if (fd_ < 0) return;
   char buffer[4096];

@@ -28,6 +28,10 @@ class FifoWriter {
   // events meant for its predecessor.
   void Drain();
 
+  // Lets go of the FIFO, as an unplugged device would: its reader reaches
+  // the end once it has read what is left. Writes fail from then on.
+  void Close();
+
  private:
   int fd_ = -1;
 };

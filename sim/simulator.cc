@@ -479,6 +479,11 @@ void Simulator::SetUpstartAnswering(bool answering) {
   Report(std::string("inject upstart ") + (answering ? "answer" : "hang"));
 }
 
+void Simulator::Unplug(bool touch) {
+  (touch ? touch_fifo_ : iio_fifo_).Close();
+  Report(std::string("inject unplug ") + (touch ? "touch" : "sensor"));
+}
+
 void Simulator::PublishWrongTypes() {
   Report("inject wrongtypes");
   group_monitor_->PublishWrongTypes();

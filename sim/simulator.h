@@ -128,6 +128,8 @@ class Simulator {
   // values of the wrong D-Bus types; a client floods the Manager with
   // malformed calls and leaves before the replies.
   void SetUpstartAnswering(bool answering);
+  // The touch device or the proximity sensor goes away for good.
+  void Unplug(bool touch);
   void PublishWrongTypes();
   void Flood(int calls);
   // The daemon's Manager methods, called as another daemon would; the

@@ -94,5 +94,22 @@ TEST_F(SimFaultsTest, AFloodOfMalformedCallsFromAVanishingClient) {
   EXPECT_EQ(sim_.Count("avd exited"), 0u) << sim_.Transcript();
 }
 
+// Each warns once; that they then stop reading (no busy loop) is the
+// readers' own tests'.
+TEST_F(SimFaultsTest, DevicesGoneAreWarnedOfOnce) {
+  sim_.Send("unplug touch");
+  sim_.Send("unplug sensor");
+  const size_t unplugged = sim_.Expect("inject unplug sensor", online_);
+  ExpectServing(unplugged);
+
+  size_t warnings = 0;
+  for (const std::string& line : sim_.lines()) {
+    warnings += line.rfind("avd: W", 0) == 0 &&
+                line.find("Failed to read event: end of stream") !=
+                    std::string::npos;
+  }
+  EXPECT_EQ(warnings, 2u) << sim_.Transcript();
+}
+
 }  // namespace
 }  // namespace morvane::ap
