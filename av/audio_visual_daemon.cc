@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <utility>
 
+#include "av/proximity_calibration.h"
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
-#include "platform/key_value_store.h"
 #include "platform/object_proxy.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -23,12 +23,6 @@ constexpr char kVpdCachePath[] = "/var/cache/vpd/full-v2.txt";
 // Fixed: the sensor is always the first IIO device, whatever path the light
 // library gives for its events.
 constexpr char kProximitySysfsDir[] = "/sys/bus/iio/devices/iio:device0/";
-// VPD key (quoted in the cache) -> sensor attribute, written in this order.
-constexpr std::pair<const char*, const char*> kCalibration[] = {
-    {"ps_calibration", "in_proximity_calibbias"},
-    {"plthres", "events/in_proximity_thresh_falling_value"},
-    {"phthres", "events/in_proximity_thresh_rising_value"},
-};
 constexpr char kPrioritizeEventMetric[] = "AccessPoint.PrioritizeEvent";
 constexpr int kPrioritized = 1;
 constexpr int kNothingToPrioritize = 2;
@@ -150,29 +144,9 @@ void AudioVisualDaemon::StartGestureMonitor() {
                             kGestureMonitorRetryUs);
     return;
   }
-  KeyValueStore vpd;
-  if (!vpd.Load(vpd_cache, nullptr)) {
+  if (!CopyProximityCalibration(vpd_cache, SysrootPath(kProximitySysfsDir))) {
     LOG(WARNING) << "Failed to parse VPD cache";
     return;
-  }
-  const std::string sysfs_dir = SysrootPath(kProximitySysfsDir);
-  for (const auto& [key, attribute] : kCalibration) {
-    std::string value;
-    if (!vpd.GetString("\"" + std::string(key) + "\"", &value)) {
-      LOG(WARNING) << "VPD cache does not contain value for " << key;
-      continue;
-    }
-    // The cache quotes its values; the quotes go, whatever they are. An
-    // empty value throws here and ends the process.
-    value = value.substr(1, value.size() - 2);
-    const std::string path = sysfs_dir + attribute;
-    if (!PathExists(path)) {
-      LOG(WARNING) << "Destination path does not exist: " << path;
-      continue;
-    }
-    if (WriteFile(path, value.data(), static_cast<int>(value.size())) == -1) {
-      LOG(WARNING) << "Incomplete write when writing " << path;
-    }
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(
       std::make_unique<IioEventStream>(proximity_device_path_, loop()));
