@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "av/prioritized_device.h"
 #include "av/proximity_calibration.h"
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
@@ -43,17 +44,6 @@ uint8_t ScaleIntensity(int32_t percent) {
   const auto product =
       static_cast<int32_t>(static_cast<uint32_t>(percent) * 255u);
   return static_cast<uint8_t>(product / 100);
-}
-
-// Wall-clock time |duration_seconds| from |now_us|, in whole seconds since
-// the epoch as the record's 32-bit field holds them; the sum saturates.
-int32_t ExpirationTime(int64_t now_us, int32_t duration_seconds) {
-  int64_t due_us = 0;
-  if (__builtin_add_overflow(now_us, int64_t{duration_seconds} * 1'000'000,
-                             &due_us)) {
-    due_us = duration_seconds > 0 ? INT64_MAX : INT64_MIN;
-  }
-  return static_cast<int32_t>(due_us / 1'000'000);
 }
 
 // Lets a developer device behave as a verified one.
@@ -232,10 +222,9 @@ void AudioVisualDaemon::OnWaveDetected() {
     LOG(WARNING) << "Unable to get current device configuration";
     return;
   }
-  DeviceConfiguration config = *current;
-  if (!config.has_default_prioritized_device() ||
-      config.default_prioritized_device().expiration_time() == 0 ||
-      config.enable_bridge_mode()) {
+  if (!current->has_default_prioritized_device() ||
+      current->default_prioritized_device().expiration_time() == 0 ||
+      current->enable_bridge_mode()) {
     metrics_library_.SendEnumToUMA(kPrioritizeEventMetric,
                                    kNothingToPrioritize, kPrioritizeEventMax);
     return;
@@ -243,13 +232,8 @@ void AudioVisualDaemon::OnWaveDetected() {
   LOG(INFO) << "Prioritizing default device";
   metrics_library_.SendEnumToUMA(kPrioritizeEventMetric, kPrioritized,
                                  kPrioritizeEventMax);
-  const DeviceConfiguration::PrioritizedDevice& chosen =
-      config.default_prioritized_device();
-  DeviceConfiguration::PrioritizedDevice* prioritized =
-      config.mutable_prioritized_device();
-  prioritized->set_mac_address(chosen.mac_address());
-  prioritized->set_expiration_time(
-      ExpirationTime(loop()->WallNow(), chosen.expiration_time()));
+  const DeviceConfiguration config =
+      PrioritizeDefaultDevice(*current, loop()->WallNow());
   // The new configuration comes back through OnDeviceConfigurationChanged.
   if (configuration_monitor_->WriteDeviceConfiguration(config)) {
     lighting_manager_->ReapplyStateWithTransition();
