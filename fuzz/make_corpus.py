@@ -3,7 +3,8 @@
 
 The seeds are what the daemon meets when all is well: the simulator's
 settings and VPD cache, a wave and a press as the kernel records them, a
-configuration with a default device. Run it again after changing a seed.
+configuration with a default device, and the D-Bus messages of its peers,
+marshalled here byte for byte. Run it again after changing a seed.
 """
 
 import os
@@ -146,3 +147,233 @@ write("configuration_record", "runtime_state",
 write("configuration_record", "saturating_expiry",
       field(23, field(1, b"x") + field(2, 2**31 - 1)) +
       tail_int(2**63 - 1, 8))
+
+# --- D-Bus messages ---------------------------------------------------------
+# Little-endian D-Bus messages; values are Python objects, variants are
+# (signature, value) pairs.
+
+ALIGN = {"y": 1, "b": 4, "u": 4, "i": 4, "s": 4, "o": 4, "g": 1, "a": 4,
+         "v": 1, "(": 8, "{": 8}
+
+
+def single(sig):
+    """The first complete type of |sig| and the rest."""
+    if sig[0] == "a":
+        inner, rest = single(sig[1:])
+        return "a" + inner, rest
+    if sig[0] in "({":
+        depth, i = 0, 0
+        while True:
+            if sig[i] in "({":
+                depth += 1
+            elif sig[i] in ")}":
+                depth -= 1
+                if depth == 0:
+                    return sig[:i + 1], sig[i + 1:]
+            i += 1
+    return sig[0], sig[1:]
+
+
+def types(sig):
+    out = []
+    while sig:
+        t, sig = single(sig)
+        out.append(t)
+    return out
+
+
+class Marshaller:
+    def __init__(self):
+        self.data = bytearray()
+
+    def pad(self, n):
+        while len(self.data) % n:
+            self.data.append(0)
+
+    def put(self, sig, value):
+        code = sig[0]
+        self.pad(ALIGN[code])
+        if code == "y":
+            self.data.append(value)
+        elif code in "bu":
+            self.data += struct.pack("<I", int(value))
+        elif code == "i":
+            self.data += struct.pack("<i", value)
+        elif code in "so":
+            raw = value.encode()
+            self.data += struct.pack("<I", len(raw)) + raw + b"\0"
+        elif code == "g":
+            raw = value.encode()
+            self.data += bytes([len(raw)]) + raw + b"\0"
+        elif code == "v":
+            self.put("g", value[0])
+            self.put(value[0], value[1])
+        elif code in "({":
+            for t, v in zip(types(sig[1:-1]), value):
+                self.put(t, v)
+        elif code == "a":
+            element = sig[1:]
+            at = len(self.data)
+            self.data += b"\0\0\0\0"
+            self.pad(ALIGN[element[0]])
+            start = len(self.data)
+            items = value.items() if element[0] == "{" else value
+            for item in items:
+                self.put(element, item)
+            struct.pack_into("<I", self.data, at, len(self.data) - start)
+
+
+CALL, RETURN, ERROR, SIGNAL = 1, 2, 3, 4
+
+
+def message(kind, serial, body_sig="", body=(), path=None, interface=None,
+            member=None, error=None, reply_serial=None, sender=None):
+    body_m = Marshaller()
+    for t, v in zip(types(body_sig), body):
+        body_m.put(t, v)
+    fields = []
+    for code, sig, value in ((1, "o", path), (2, "s", interface),
+                             (3, "s", member), (4, "s", error),
+                             (5, "u", reply_serial), (7, "s", sender),
+                             (8, "g", body_sig or None)):
+        if value is not None:
+            fields.append((code, (sig, value)))
+    header = Marshaller()
+    header.data += bytes([ord("l"), kind, 0, 1])
+    header.data += struct.pack("<II", len(body_m.data), serial)
+    header.put("a(yv)", fields)
+    header.pad(8)
+    return bytes(header.data + body_m.data)
+
+
+def program(*ops):
+    return bytes([len(ops)]) + bytes(ops)
+
+
+# Program operations (see dbus_message_fuzzer.cc); each message takes them
+# up to its END.
+READ_U, READ_I, READ_B, READ_S, READ_O, READ_AY, READ_AS, READ_AO = range(8)
+VARIANT_S = 11
+(ENTER, EXIT, SKIP, MORE, END, DICT_SV, MANAGED, PROPERTIES,
+ INTERFACES) = range(16, 25)
+
+GROUP = "org.tessaly.ap.GroupMonitor"
+CONFIGURATION = "org.tessaly.ap.Controller.Configuration"
+record = ("ay", configuration)
+properties_changed = message(
+    SIGNAL, 7, "sa{sv}as",
+    (GROUP, {"IsRoot": ("b", True), "Lost": ("b", False),
+             "RootSoftwareVersion": ("s", "1.2")}, ["ConnectedToRoot"]),
+    path="/org/tessaly/ap/GroupMonitor",
+    interface="org.freedesktop.DBus.Properties", member="PropertiesChanged",
+    sender=":1.3")
+write("dbus_message", "properties_changed",
+      program(READ_S, PROPERTIES, READ_AS, END) + properties_changed)
+
+managed_objects = message(
+    RETURN, 9, "a{oa{sa{sv}}}",
+    ({"/org/tessaly/ap/Controller/Configuration": {
+        CONFIGURATION: {"DeviceConfiguration": record,
+                        "RuntimeState": ("ay", b"")},
+        "org.freedesktop.DBus.Properties": {}}},),
+    reply_serial=4, sender=":1.2")
+interfaces_added = message(
+    SIGNAL, 10, "oa{sa{sv}}",
+    ("/org/tessaly/ap/Controller/Configuration",
+     {CONFIGURATION: {"DeviceConfiguration": record}}),
+    path="/org/tessaly/ap/Controller",
+    interface="org.freedesktop.DBus.ObjectManager", member="InterfacesAdded",
+    sender=":1.2")
+interfaces_removed = message(
+    SIGNAL, 11, "oas",
+    ("/org/tessaly/ap/Controller/Configuration", [CONFIGURATION]),
+    path="/org/tessaly/ap/Controller",
+    interface="org.freedesktop.DBus.ObjectManager",
+    member="InterfacesRemoved", sender=":1.2")
+write("dbus_message", "object_manager",
+      program(MANAGED, END, READ_O, INTERFACES, END, READ_O, READ_AS, END) +
+      managed_objects + interfaces_added + interfaces_removed)
+
+connection_manager = message(
+    RETURN, 3, "a{sv}",
+    ({"ConnectionState": ("s", "online"), "Interfaces": ("as", ["wan0"]),
+      "Services": ("ao", ["/service/1"]), "Count": ("u", 2)},),
+    reply_serial=6, sender=":1.4")
+property_changed = message(
+    SIGNAL, 4, "sv", ("ConnectionState", ("s", "offline")), path="/",
+    interface="org.tessaly.quorrel.Manager", member="PropertyChanged",
+    sender=":1.4")
+write("dbus_message", "connection_manager",
+      program(DICT_SV, VARIANT_S, SKIP, SKIP, SKIP, END, READ_S, VARIANT_S,
+              END) +
+      connection_manager + property_changed)
+
+set_led_state = message(
+    CALL, 12, "ssu", ("vox", "in_progress", 30),
+    path="/org/tessaly/ap/AudioVisual/Manager",
+    interface="org.tessaly.ap.AudioVisual.Manager", member="SetLedState",
+    sender=":1.5")
+name_owner_changed = message(
+    SIGNAL, 2, "sss", ("org.tessaly.quorrel", "", ":1.4"),
+    path="/org/freedesktop/DBus", interface="org.freedesktop.DBus",
+    member="NameOwnerChanged", sender="org.freedesktop.DBus")
+write("dbus_message", "calls_and_owners",
+      program(READ_S, READ_S, READ_U, END, READ_S, READ_S, READ_S, END) +
+      set_led_state + name_owner_changed)
+
+job = message(RETURN, 5, "o", ("/com/ubuntu/Upstart/jobs/ap",),
+              reply_serial=2, sender=":1.6")
+instances = message(RETURN, 6, "ao", (["/com/ubuntu/Upstart/jobs/ap/_"],),
+                    reply_serial=3, sender=":1.6")
+failed = message(ERROR, 7, "s", ("no such job",),
+                 error="com.ubuntu.Upstart0_6.Error.UnknownJob",
+                 reply_serial=4, sender=":1.6")
+nested = message(RETURN, 8, "a(iy)v", ([(-1, 2), (3, 4)], ("ay", b"\x01")),
+                 reply_serial=5, sender=":1.6")
+write("dbus_message", "replies",
+      program(READ_O, END, READ_AO, END, READ_S, END, ENTER, ENTER, READ_I,
+              EXIT, SKIP, MORE, EXIT, VARIANT_S, READ_AY, END) +
+      job + instances + failed + nested)
+
+# --- the clients' conversation with their peers -----------------------------
+# Serials of the clients' calls on the fuzzer's connection (Hello is 1).
+GET_PROPERTIES, GET_MANAGED_OBJECTS, GET_ALL = 4, 8, 11
+
+configuration_reply = message(
+    RETURN, 20, "a{oa{sa{sv}}}",
+    ({"/org/tessaly/ap/Controller/Configuration": {
+        CONFIGURATION: {"DeviceConfiguration": record,
+                        "RuntimeState": ("ay", b"\x08\x01")}}},),
+    reply_serial=GET_MANAGED_OBJECTS, sender=":1.2")
+group_reply = message(
+    RETURN, 21, "a{sv}",
+    ({"IsRoot": ("b", False), "ConnectedToRoot": ("b", True),
+      "Lost": ("s", "wrong type"), "RootSoftwareVersion": ("s", "1.2")},),
+    reply_serial=GET_ALL, sender=":1.3")
+write("dbus_clients", "replies",
+      configuration_reply + group_reply +
+      message(RETURN, 22, "a{sv}",
+              ({"ConnectionState": ("s", "online")},),
+              reply_serial=GET_PROPERTIES, sender=":1.4"))
+
+configuration_changed = message(
+    SIGNAL, 23, "sa{sv}as",
+    (CONFIGURATION, {"DeviceConfiguration": ("ay", b"")}, ["RuntimeState"]),
+    path="/org/tessaly/ap/Controller/Configuration",
+    interface="org.freedesktop.DBus.Properties", member="PropertiesChanged",
+    sender=":1.2")
+write("dbus_clients", "signals",
+      configuration_reply + interfaces_added + configuration_changed +
+      properties_changed + property_changed + interfaces_removed)
+
+write("dbus_clients", "owners_change",
+      group_reply +
+      message(SIGNAL, 24, "sss", ("org.tessaly.ap.GroupMonitor", ":1.3", ""),
+              path="/org/freedesktop/DBus", interface="org.freedesktop.DBus",
+              member="NameOwnerChanged", sender="org.freedesktop.DBus") +
+      message(SIGNAL, 25, "sss", ("org.tessaly.quorrel", "", ":1.9"),
+              path="/org/freedesktop/DBus", interface="org.freedesktop.DBus",
+              member="NameOwnerChanged", sender="org.freedesktop.DBus") +
+      message(ERROR, 26, "s", ("no",),
+              error="org.freedesktop.DBus.Error.ServiceUnknown",
+              reply_serial=GET_PROPERTIES, sender="org.freedesktop.DBus"))
