@@ -4,6 +4,8 @@
 #include <linux/input.h>
 #include <unistd.h>
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -59,6 +61,24 @@ TEST_F(InputMonitorTest, DeliversPendingRecordsInOrderAndDropsShortReads) {
                           FieldsAre(0, EV_KEY, KEY_WPS_BUTTON, 2)));
   EXPECT_THAT(Warnings(), ElementsAre("Unexpected event size: 8"));
   EXPECT_EQ(loop_.PendingTaskCount(), 1u);
+}
+
+TEST_F(InputMonitorTest, TimeBeyondAnyClockSaturates) {
+  input_event record{};
+  record.input_event_sec =
+      std::numeric_limits<decltype(record.input_event_sec)>::max();
+  record.input_event_usec = 999'999;
+  device_.Write(std::string(reinterpret_cast<const char*>(&record),
+                            sizeof(record)));
+
+  loop_.RunUntilIdle();
+
+  // 64-bit seconds (a 64-bit machine) hold more than microseconds can.
+  const int64_t expected = sizeof(record.input_event_sec) == 8
+                               ? std::numeric_limits<int64_t>::max()
+                               : int64_t{INT32_MAX} * 1'000'000 + 999'999;
+  ASSERT_EQ(events_.size(), 1u);
+  EXPECT_EQ(events_[0].time, expected);
 }
 
 TEST_F(InputMonitorTest, ReadErrorClosesTheDevice) {
