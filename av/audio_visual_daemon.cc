@@ -5,11 +5,12 @@
 #include <cstdint>
 #include <utility>
 
+#include "av/prioritized_device.h"
+#include "av/proximity_calibration.h"
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
-#include "platform/key_value_store.h"
 #include "platform/object_proxy.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -23,12 +24,6 @@ constexpr char kVpdCachePath[] = "/var/cache/vpd/full-v2.txt";
 // Fixed: the sensor is always the first IIO device, whatever path the light
 // library gives for its events.
 constexpr char kProximitySysfsDir[] = "/sys/bus/iio/devices/iio:device0/";
-// VPD key (quoted in the cache) -> sensor attribute, written in this order.
-constexpr std::pair<const char*, const char*> kCalibration[] = {
-    {"ps_calibration", "in_proximity_calibbias"},
-    {"plthres", "events/in_proximity_thresh_falling_value"},
-    {"phthres", "events/in_proximity_thresh_rising_value"},
-};
 constexpr char kPrioritizeEventMetric[] = "AccessPoint.PrioritizeEvent";
 constexpr int kPrioritized = 1;
 constexpr int kNothingToPrioritize = 2;
@@ -49,17 +44,6 @@ uint8_t ScaleIntensity(int32_t percent) {
   const auto product =
       static_cast<int32_t>(static_cast<uint32_t>(percent) * 255u);
   return static_cast<uint8_t>(product / 100);
-}
-
-// Wall-clock time |duration_seconds| from |now_us|, in whole seconds since
-// the epoch as the record's 32-bit field holds them; the sum saturates.
-int32_t ExpirationTime(int64_t now_us, int32_t duration_seconds) {
-  int64_t due_us = 0;
-  if (__builtin_add_overflow(now_us, int64_t{duration_seconds} * 1'000'000,
-                             &due_us)) {
-    due_us = duration_seconds > 0 ? INT64_MAX : INT64_MIN;
-  }
-  return static_cast<int32_t>(due_us / 1'000'000);
 }
 
 // Lets a developer device behave as a verified one.
@@ -150,29 +134,9 @@ void AudioVisualDaemon::StartGestureMonitor() {
                             kGestureMonitorRetryUs);
     return;
   }
-  KeyValueStore vpd;
-  if (!vpd.Load(vpd_cache, nullptr)) {
+  if (!CopyProximityCalibration(vpd_cache, SysrootPath(kProximitySysfsDir))) {
     LOG(WARNING) << "Failed to parse VPD cache";
     return;
-  }
-  const std::string sysfs_dir = SysrootPath(kProximitySysfsDir);
-  for (const auto& [key, attribute] : kCalibration) {
-    std::string value;
-    if (!vpd.GetString("\"" + std::string(key) + "\"", &value)) {
-      LOG(WARNING) << "VPD cache does not contain value for " << key;
-      continue;
-    }
-    // The cache quotes its values; the quotes go, whatever they are. An
-    // empty value throws here and ends the process.
-    value = value.substr(1, value.size() - 2);
-    const std::string path = sysfs_dir + attribute;
-    if (!PathExists(path)) {
-      LOG(WARNING) << "Destination path does not exist: " << path;
-      continue;
-    }
-    if (WriteFile(path, value.data(), static_cast<int>(value.size())) == -1) {
-      LOG(WARNING) << "Incomplete write when writing " << path;
-    }
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(
       std::make_unique<IioEventStream>(proximity_device_path_, loop()));
@@ -258,10 +222,9 @@ void AudioVisualDaemon::OnWaveDetected() {
     LOG(WARNING) << "Unable to get current device configuration";
     return;
   }
-  DeviceConfiguration config = *current;
-  if (!config.has_default_prioritized_device() ||
-      config.default_prioritized_device().expiration_time() == 0 ||
-      config.enable_bridge_mode()) {
+  if (!current->has_default_prioritized_device() ||
+      current->default_prioritized_device().expiration_time() == 0 ||
+      current->enable_bridge_mode()) {
     metrics_library_.SendEnumToUMA(kPrioritizeEventMetric,
                                    kNothingToPrioritize, kPrioritizeEventMax);
     return;
@@ -269,13 +232,8 @@ void AudioVisualDaemon::OnWaveDetected() {
   LOG(INFO) << "Prioritizing default device";
   metrics_library_.SendEnumToUMA(kPrioritizeEventMetric, kPrioritized,
                                  kPrioritizeEventMax);
-  const DeviceConfiguration::PrioritizedDevice& chosen =
-      config.default_prioritized_device();
-  DeviceConfiguration::PrioritizedDevice* prioritized =
-      config.mutable_prioritized_device();
-  prioritized->set_mac_address(chosen.mac_address());
-  prioritized->set_expiration_time(
-      ExpirationTime(loop()->WallNow(), chosen.expiration_time()));
+  const DeviceConfiguration config =
+      PrioritizeDefaultDevice(*current, loop()->WallNow());
   // The new configuration comes back through OnDeviceConfigurationChanged.
   if (configuration_monitor_->WriteDeviceConfiguration(config)) {
     lighting_manager_->ReapplyStateWithTransition();

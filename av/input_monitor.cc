@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -16,10 +17,21 @@ namespace {
 constexpr char kDomain[] = "ap";
 constexpr char kIoError[] = "io_error";
 
+// The record's time in microseconds. A time no clock reaches (a 64-bit
+// seconds field holds more than microseconds can) saturates instead of
+// overflowing.
+int64_t RecordTimeUs(int64_t sec, int64_t usec) {
+  int64_t us = 0;
+  if (__builtin_mul_overflow(sec, int64_t{1'000'000}, &us) ||
+      __builtin_add_overflow(us, usec, &us)) {
+    return sec < 0 ? INT64_MIN : INT64_MAX;
+  }
+  return us;
+}
+
 InputEvent Decode(const input_event& record) {
   return InputEvent{
-      static_cast<int64_t>(record.input_event_sec) * 1'000'000 +
-          static_cast<int64_t>(record.input_event_usec),
+      RecordTimeUs(record.input_event_sec, record.input_event_usec),
       record.type, record.code, record.value};
 }
 

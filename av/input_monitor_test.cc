@@ -4,7 +4,9 @@
 #include <linux/input.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -95,6 +97,24 @@ TEST_F(InputMonitorTest, DecodesTheKernelRecordOfTheBuildTarget) {
   EXPECT_THAT(events_, ElementsAre(FieldsAre(1'700'000'005'080'000, EV_KEY,
                                              KEY_WPS_BUTTON, 1)));
   EXPECT_THAT(Warnings(), IsEmpty());
+}
+
+TEST_F(InputMonitorTest, TimeBeyondAnyClockSaturates) {
+  input_event record{};
+  record.input_event_sec =
+      std::numeric_limits<decltype(record.input_event_sec)>::max();
+  record.input_event_usec = 999'999;
+  device_.Write(std::string(reinterpret_cast<const char*>(&record),
+                            sizeof(record)));
+
+  loop_.RunUntilIdle();
+
+  // 64-bit seconds (a 64-bit machine) hold more than microseconds can.
+  const int64_t expected = sizeof(record.input_event_sec) == 8
+                               ? std::numeric_limits<int64_t>::max()
+                               : int64_t{INT32_MAX} * 1'000'000 + 999'999;
+  ASSERT_EQ(events_.size(), 1u);
+  EXPECT_EQ(events_[0].time, expected);
 }
 
 TEST_F(InputMonitorTest, ReadErrorClosesTheDevice) {

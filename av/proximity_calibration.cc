@@ -1,0 +1,47 @@
+#include "av/proximity_calibration.h"
+
+#include <glog/logging.h>
+
+#include <utility>
+
+#include "platform/file_util.h"
+#include "platform/key_value_store.h"
+
+namespace morvane::ap {
+namespace {
+
+// VPD key (quoted in the cache) -> sensor attribute, written in this order.
+constexpr std::pair<const char*, const char*> kCalibration[] = {
+    {"ps_calibration", "in_proximity_calibbias"},
+    {"plthres", "events/in_proximity_thresh_falling_value"},
+    {"phthres", "events/in_proximity_thresh_rising_value"},
+};
+
+}  // namespace
+
+bool CopyProximityCalibration(const std::string& vpd_cache_path,
+                              const std::string& sysfs_dir) {
+  KeyValueStore vpd;
+  if (!vpd.Load(vpd_cache_path, nullptr)) return false;
+  for (const auto& [key, attribute] : kCalibration) {
+    std::string value;
+    if (!vpd.GetString("\"" + std::string(key) + "\"", &value)) {
+      LOG(WARNING) << "VPD cache does not contain value for " << key;
+      continue;
+    }
+    // The cache quotes its values; the quotes go, whatever they are. An
+    // empty value throws here and ends the process.
+    value = value.substr(1, value.size() - 2);
+    const std::string path = sysfs_dir + attribute;
+    if (!PathExists(path)) {
+      LOG(WARNING) << "Destination path does not exist: " << path;
+      continue;
+    }
+    if (WriteFile(path, value.data(), static_cast<int>(value.size())) == -1) {
+      LOG(WARNING) << "Incomplete write when writing " << path;
+    }
+  }
+  return true;
+}
+
+}  // namespace morvane::ap
