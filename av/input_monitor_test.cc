@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <string>
@@ -21,6 +22,22 @@ namespace {
 
 using testing::ElementsAre;
 using testing::FieldsAre;
+using testing::IsEmpty;
+
+// The kernel's record on the machine the test is built for: the device is
+// 32-bit ARM, the workstations are 64-bit.
+#if defined(__arm__)
+constexpr size_t kKernelRecordSize = 16;
+#else
+constexpr size_t kKernelRecordSize = 24;
+#endif
+
+template <typename T>
+void Append(std::string* bytes, T value) {
+  char raw[sizeof(T)];
+  memcpy(raw, &value, sizeof(T));
+  bytes->append(raw, sizeof(T));
+}
 
 class InputMonitorTest : public testing::Test {
  protected:
@@ -61,6 +78,25 @@ TEST_F(InputMonitorTest, DeliversPendingRecordsInOrderAndDropsShortReads) {
                           FieldsAre(0, EV_KEY, KEY_WPS_BUTTON, 2)));
   EXPECT_THAT(Warnings(), ElementsAre("Unexpected event size: 8"));
   EXPECT_EQ(loop_.PendingTaskCount(), 1u);
+}
+
+TEST_F(InputMonitorTest, DecodesTheKernelRecordOfTheBuildTarget) {
+  // Laid out as the kernel writes it, not through struct input_event: the
+  // time as two C longs, then type, code and value.
+  std::string record;
+  Append<long>(&record, 1'700'000'005);
+  Append<long>(&record, 80'000);
+  Append<uint16_t>(&record, EV_KEY);
+  Append<uint16_t>(&record, KEY_WPS_BUTTON);
+  Append<int32_t>(&record, 1);
+  ASSERT_EQ(record.size(), kKernelRecordSize);
+
+  device_.Write(record);
+  loop_.RunUntilIdle();
+
+  EXPECT_THAT(events_, ElementsAre(FieldsAre(1'700'000'005'080'000, EV_KEY,
+                                             KEY_WPS_BUTTON, 1)));
+  EXPECT_THAT(Warnings(), IsEmpty());
 }
 
 TEST_F(InputMonitorTest, TimeBeyondAnyClockSaturates) {

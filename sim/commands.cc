@@ -21,10 +21,13 @@ std::string Trim(const std::string& text) {
   return text.substr(begin, end - begin + 1);
 }
 
-bool ParseNumber(const std::string& text, long min, long max, long* out) {
+// 64 bits: a long is 32 on the device, too narrow for the full range of a
+// D-Bus duration in seconds.
+bool ParseNumber(const std::string& text, int64_t min, int64_t max,
+                 int64_t* out) {
   if (text.empty()) return false;
   char* end = nullptr;
-  const long value = strtol(text.c_str(), &end, 10);
+  const long long value = strtoll(text.c_str(), &end, 10);
   if (*end != '\0' || value < min || value > max) return false;
   *out = value;
   return true;
@@ -69,7 +72,7 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
   in >> command >> arg;
   std::string rest;
   std::getline(in >> std::ws, rest);
-  long number = 0;
+  int64_t number = 0;
 
   if (command.empty() || command[0] == '#') return true;
   if (sim->shut_down() && command != "quit") {

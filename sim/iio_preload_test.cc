@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,12 +68,16 @@ TEST_F(IioPreloadTest, AnswersTheEventDescriptorIoctlOnlyForTheSimulatedDevice) 
   close(event_fd);
   close(device);
 
-  // Another file gets the C library's answer: a plain file has no ioctls.
+  // Another file gets the C library's own answer: a plain file has no
+  // ioctls (ENOTTY from a kernel, ENOSYS from qemu-user on the armhf build).
   const int other = open(Path("other").c_str(), O_RDONLY);
   int untouched = -1;
   errno = 0;
+  ASSERT_EQ(ioctl(other, kIioGetEventFdIoctl, &untouched), -1);
+  const int library_errno = errno;
+  errno = 0;
   EXPECT_EQ(ioctl_(other, kIioGetEventFdIoctl, &untouched), -1);
-  EXPECT_EQ(errno, ENOTTY);
+  EXPECT_EQ(errno, library_errno);
   EXPECT_EQ(untouched, -1);
   close(other);
 }

@@ -4,6 +4,7 @@
 
 #include <stdlib.h>
 
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -100,6 +101,14 @@ TEST_F(SimFaultsTest, DevicesGoneAreWarnedOfOnce) {
   sim_.Send("unplug touch");
   sim_.Send("unplug sensor");
   const size_t unplugged = sim_.Expect("inject unplug sensor", online_);
+  // The warnings come on the daemon's stderr, the ring's lines through the
+  // library's log: nothing orders the two, so wait for the warnings.
+  size_t from = online_;
+  for (int i = 0; i < 2; ++i) {
+    const std::optional<size_t> warning = sim_.WaitForPrefix("avd: W", from);
+    ASSERT_TRUE(warning.has_value()) << sim_.Transcript();
+    from = *warning + 1;
+  }
   ExpectServing(unplugged);
 
   size_t warnings = 0;

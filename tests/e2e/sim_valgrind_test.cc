@@ -16,6 +16,7 @@ constexpr int64_t kSlowMs = 60'000;  // Everything is slower under valgrind.
 TEST(SimValgrindTest, TheDaemonEndsCleanAfterEveryCapability) {
   ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
   setenv("AVD_UNDER_VALGRIND", AVD_BINARY, 1);
+  setenv("AVD_VALGRIND_ROOT", VALGRIND_ROOT, 1);
   SimProcess sim;
   ASSERT_TRUE(sim.Start(AP_SIM_BINARY, VALGRIND_AVD));
   ASSERT_TRUE(sim.WaitForLine("ready", 0, kSlowMs)) << sim.Transcript();
