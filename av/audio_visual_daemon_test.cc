@@ -2,12 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 
 #include "av/mock_lighting_client.h"
 #include "common/mock_configuration_monitor.h"
@@ -17,6 +14,7 @@
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/bus_test.h"
 #include "tests/fixtures/log_capture.h"
+#include "tests/fixtures/temp_dir.h"
 #include "tests/fixtures/test_peer.h"
 
 namespace morvane::ap {
@@ -53,12 +51,7 @@ class AudioVisualDaemonTest : public BusTest {
   void SetUp() override {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
-    char dir[] = "/tmp/avd_daemon_test.XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-    for (const char* name : kVariables) {
-      setenv(name, (dir_ + "/" + name).c_str(), 1);
-    }
+    for (const char* name : kVariables) setenv(name, dir_.Path(name).c_str(), 1);
     ON_CALL(lighting_, SetState).WillByDefault([this](int state) {
       shown_ = state;
       return 0;
@@ -89,7 +82,6 @@ class AudioVisualDaemonTest : public BusTest {
 
   void TearDown() override {
     for (const char* name : kVariables) unsetenv(name);
-    std::filesystem::remove_all(dir_);
   }
 
   void Wan(const std::string& state) { avd_.OnWanStateChanged(state); }
@@ -99,8 +91,6 @@ class AudioVisualDaemonTest : public BusTest {
         .WillByDefault(Return(connected_to_root));
     avd_.OnGroupMonitorPropertyChanged(&group_monitor_, "Lost");
   }
-  void GroupMonitorLeaves() { avd_.OnGroupMonitorOwnerChanged(":1.7", ""); }
-  void GroupMonitorArrives() { avd_.OnGroupMonitorOwnerChanged("", ":1.8"); }
 
   // The controller publishes |config| and answers that setup is
   // |completed|.
@@ -115,6 +105,9 @@ class AudioVisualDaemonTest : public BusTest {
   void SetNetworkCreationClip(const std::string& clip) {
     avd_.system_setup_audio_ = clip;
   }
+  void GroupMonitorOwner(const char* old_owner, const char* new_owner) {
+    avd_.OnGroupMonitorOwnerChanged(old_owner, new_owner);
+  }
   void Configure(int intensity, bool automatic = false) {
     DeviceConfiguration config;
     config.set_light_intensity(intensity);
@@ -128,30 +121,19 @@ class AudioVisualDaemonTest : public BusTest {
 
   // The lines a stand-in library wrote since the last call for it.
   std::vector<std::string> Calls(const char* variable) {
-    std::ifstream in(dir_ + "/" + variable);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    const std::vector<std::string> lines = ReadLines(dir_.Path(variable));
     std::vector<std::string> fresh(lines.begin() + seen_[variable],
                                    lines.end());
     seen_[variable] = lines.size();
     return fresh;
   }
   std::vector<std::string> LightCalls() { return Calls("LIGHTCONTROL_LOG"); }
-  void SetAmbient(const std::string& level) {
-    std::ofstream(dir_ + "/LIGHTCONTROL_AMBIENT") << level;
-  }
   // Writes |contents| at |path| under the sysroot.
   void WriteSysroot(const std::string& path, const std::string& contents) {
-    const std::filesystem::path file = Sysroot(path);
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file) << contents;
+    dir_.Write("AVD_SYSROOT" + path, contents);
   }
   std::string Sysroot(const std::string& path) {
-    return dir_ + "/AVD_SYSROOT" + path;
-  }
-  std::string ReadSysroot(const std::string& path) {
-    std::ifstream in(Sysroot(path));
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    return dir_.Path("AVD_SYSROOT" + path);
   }
   // The light library names |path| as the proximity sensor.
   void StartGestureMonitor(const std::string& device) {
@@ -166,7 +148,7 @@ class AudioVisualDaemonTest : public BusTest {
   NiceMock<org::tessaly::ap::Controller::MockConfigurationProxy> proxy_;
   DaemonOnFakeLoop avd_{&loop_};
   NiceMock<MockConfigurationMonitor>* monitor_ = nullptr;
-  std::string dir_;
+  TempDir dir_;
   std::map<std::string, size_t> seen_;
   int shown_ = -1;
   int transitions_ = 0;
@@ -199,25 +181,20 @@ TEST_F(AudioVisualDaemonTest, RingIsOnlineOnlyWithTheWanUpAndNoGroupFailure) {
 
     EXPECT_EQ(shown_, c.shown);
   }
+
+  // A group monitor that arrives changes nothing until it reports; one that
+  // leaves takes its failure with it.
+  Group(false, false);
+  Wan("online");
+  GroupMonitorOwner("", ":1.8");
+  EXPECT_EQ(shown_, kLightStateWanFailure);
+  GroupMonitorOwner(":1.8", "");
+  EXPECT_EQ(shown_, kLightStateOnline);
   EXPECT_THAT(log.Messages(google::GLOG_INFO),
               ElementsAre("Group failure is 0", "Group failure is 0",
                           "Group failure is 1", "Group failure is 0",
-                          "Group failure is 0"));
-}
-
-TEST_F(AudioVisualDaemonTest, GroupMonitorLeavingClearsTheFailure) {
-  Wan("online");
-  Group(false, false);
-  ASSERT_EQ(shown_, kLightStateWanFailure);
-  LogCapture log;
-
-  GroupMonitorArrives();
-  EXPECT_EQ(shown_, kLightStateWanFailure);
-  GroupMonitorLeaves();
-
-  EXPECT_EQ(shown_, kLightStateOnline);
-  EXPECT_THAT(log.Messages(google::GLOG_INFO),
-              ElementsAre("Group failure is cleared"));
+                          "Group failure is 0", "Group failure is 1",
+                          "Group failure is cleared"));
 }
 
 TEST_F(AudioVisualDaemonTest, EachComingOnlineEmitsTheEventOnce) {
@@ -252,12 +229,12 @@ TEST_F(AudioVisualDaemonTest, BrightnessIsTheIntensityScaledToAByte) {
 }
 
 TEST_F(AudioVisualDaemonTest, AutomaticIntensityFollowsTheAmbientEveryTwoSeconds) {
-  SetAmbient("0");
+  dir_.Write("LIGHTCONTROL_AMBIENT", "0");
   Configure(30, true);
   EXPECT_THAT(LightCalls(), ElementsAre("light_get_ambient_brightness 0",
                                         "light_set_master_brightness 1"));
 
-  SetAmbient("200");
+  dir_.Write("LIGHTCONTROL_AMBIENT", "200");
   loop_.FastForwardBy(1'999'999);
   EXPECT_THAT(LightCalls(), IsEmpty());
   loop_.FastForwardBy(1);
@@ -364,7 +341,7 @@ TEST_F(AudioVisualDaemonTest, CalibrationCopiesTheVpdValuesIntoTheSensor) {
   // monitor is made but never reports.
   StartGestureMonitor(Sysroot(kVpdCache));
 
-  EXPECT_EQ(ReadSysroot(std::string(kSensor) + "in_proximity_calibbias"),
+  EXPECT_EQ(ReadFile(Sysroot(std::string(kSensor) + "in_proximity_calibbias")),
             "123");
   EXPECT_TRUE(monitoring());
   const std::vector<std::string> warnings = log.Messages(google::GLOG_WARNING);
@@ -382,13 +359,13 @@ TEST_F(AudioVisualDaemonTest, AnEmptyVpdValueEndsTheProcess) {
   WriteSysroot(kVpdCache, "\"ps_calibration\"=\n");
 
   // Nothing catches it in the daemon either.
-  EXPECT_DEATH([this]() noexcept { StartGestureMonitor(dir_); }(),
+  EXPECT_DEATH([this]() noexcept { StartGestureMonitor(dir_.path()); }(),
                "out_of_range");
 }
 
 TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
   LogCapture log;
-  StartGestureMonitor(dir_);  // exists
+  StartGestureMonitor(dir_.path());  // exists
   loop_.FastForwardBy(2'999'999);
   EXPECT_THAT(log.Messages(google::GLOG_INFO),
               ElementsAre("Device or VPD cache information missing, will "

@@ -124,31 +124,36 @@ TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
   Verify();
 }
 
-TEST_F(LightingManagerTest, OperationShowsForThirtySecondsFromItsLatestStart) {
+TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   ExpectState(kLightStateOperation);
   EXPECT_EQ(StartOperation(), 1u);
   Seconds(20);
   EXPECT_EQ(StartOperation(), 2u);
   Verify();
-
   Seconds(29);
   Verify();
   ExpectState(kLightStateStartup);  // grace still running at 50 s
   Seconds(1);
   Verify();
-}
 
-TEST_F(LightingManagerTest, CompletedWithAShorterDurationShowsTheOperationThatLong) {
   ExpectState(kLightStateOperation);
   StartOperation();
   Verify();
-
   ExpectTransition(kLightStateOperation);
   EXPECT_TRUE(SetLedState("vox", "completed", 5));  // 30 s were left
   Verify();
-
   ExpectState(kLightStateStartup);
   Seconds(5);
+  Verify();
+
+  // The longest duration does not overflow.
+  ExpectState(kLightStateOperation);
+  EXPECT_TRUE(SetLedState("vox", "in_progress", 4294967295u));
+  Verify();
+  loop_.FastForwardBy(int64_t{4294967294} * kSecondUs);
+  Verify();
+  ExpectState(kLightStateWanFailure);
+  Seconds(1);
   Verify();
 }
 
@@ -194,18 +199,6 @@ TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
   // Neither the hold (1) nor the grace (0) was started by the rejected calls.
   ExpectState(kLightStateWanFailure);
   manager_->SetSetupMode(false);
-  Verify();
-}
-
-TEST_F(LightingManagerTest, LongestDurationDoesNotOverflow) {
-  ExpectState(kLightStateOperation);
-  EXPECT_TRUE(SetLedState("vox", "in_progress", 4294967295u));
-  Verify();
-
-  loop_.FastForwardBy(int64_t{4294967294} * kSecondUs);
-  Verify();
-  ExpectState(kLightStateWanFailure);
-  Seconds(1);
   Verify();
 }
 

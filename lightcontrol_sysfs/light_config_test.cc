@@ -1,10 +1,9 @@
 #include "lightcontrol_sysfs/light_config.h"
 
-#include <fstream>
-#include <sstream>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -74,13 +73,10 @@ TEST(LightConfigTest, MalformedLineIsNamedAndLeavesItsKeyAlone) {
 }
 
 TEST(LightConfigTest, ExampleFileParsesCleanly) {
-  std::ifstream in(LIGHTCONTROL_SYSFS_EXAMPLE);
-  std::stringstream text;
-  text << in.rdbuf();
   LightConfig config;
   std::vector<std::string> problems;
 
-  ParseLightConfig(text.str(), &config, &problems);
+  ParseLightConfig(ReadFile(LIGHTCONTROL_SYSFS_EXAMPLE), &config, &problems);
 
   EXPECT_THAT(problems, IsEmpty());
   EXPECT_EQ(config.states.size(), DefaultLightConfig().states.size());

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "stubs/lightcontrol/lightcontrol.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace {
 
@@ -64,10 +64,7 @@ class LightControlSysfsTest : public testing::Test {
   }
 
   std::string Led(const std::string& led, const std::string& attribute) {
-    std::ifstream in("/sys/class/leds/" + led + "/" + attribute);
-    std::stringstream text;
-    text << in.rdbuf();
-    std::string value = text.str();
+    std::string value = morvane::ap::ReadFile("/sys/class/leds/" + led + "/" + attribute);
     if (!value.empty() && value.back() == '\n') value.pop_back();
     return value;
   }
@@ -80,17 +77,15 @@ class LightControlSysfsTest : public testing::Test {
 TEST_F(LightControlSysfsTest, EachStateShowsItsOwnColourAndPattern) {
   Add("leds", kRgbLed, kRgbAttributes);
   Init();
+  // A steady and an animated state; the other colours are the defaults'
+  // table, and states 0 and 6 reach the simulator's ring end to end.
   const struct {
     int state;
     const char* intensity;
     const char* pattern;  // Empty: steady, at full brightness.
   } kCases[] = {
-      {0, "255 255 255", "0 1500 255 1500"},
       {1, "0 255 0", ""},
       {2, "255 96 0", "0 500 0 0 255 500 255 0"},
-      {3, "0 0 255", "0 750 255 750"},
-      {4, "0 255 255", "0 150 0 0 255 150 255 0"},
-      {6, "160 0 255", "0 400 255 400"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.state);

@@ -4,27 +4,21 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <string>
+
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
 
 class FileUtilTest : public testing::Test {
  protected:
-  void SetUp() override {
-    char dir_template[] = "/tmp/file_util_test.XXXXXX";
-    ASSERT_NE(mkdtemp(dir_template), nullptr);
-    dir_ = dir_template;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
+  std::string Path(const std::string& name) const { return dir_.Path(name); }
 
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
-  std::string dir_;
+  TempDir dir_;
 };
 
 TEST_F(FileUtilTest, ReadFileToStringReadsWholeFilesByteForByte) {
@@ -46,7 +40,7 @@ TEST_F(FileUtilTest, ReadFileToStringReadsWholeFilesByteForByte) {
   contents = "stale";
   EXPECT_FALSE(ReadFileToString(Path("missing"), &contents));
   EXPECT_EQ(contents, "");
-  EXPECT_FALSE(ReadFileToString(dir_, &contents));
+  EXPECT_FALSE(ReadFileToString(dir_.path(), &contents));
 }
 
 TEST_F(FileUtilTest, WriteFileReplacesContentsOrFailsWithoutCreatingDirectories) {
@@ -56,7 +50,7 @@ TEST_F(FileUtilTest, WriteFileReplacesContentsOrFailsWithoutCreatingDirectories)
   EXPECT_EQ(WriteFile(Path("attr"), "123", 3), 3);
   EXPECT_EQ(WriteFile(Path("empty"), "", 0), 0);
   EXPECT_EQ(WriteFile(Path("events/value"), "1", 1), -1);
-  EXPECT_EQ(WriteFile(dir_, "1", 1), -1);
+  EXPECT_EQ(WriteFile(dir_.path(), "1", 1), -1);
   EXPECT_EQ(WriteFile(Path("negative"), "1", -1), -1);
 
   std::string contents;
@@ -64,7 +58,7 @@ TEST_F(FileUtilTest, WriteFileReplacesContentsOrFailsWithoutCreatingDirectories)
   EXPECT_EQ(contents, "123");
   // PathExists sees files and directories, not what a dangling link names.
   EXPECT_TRUE(PathExists(Path("empty")));
-  EXPECT_TRUE(PathExists(dir_));
+  EXPECT_TRUE(PathExists(dir_.path()));
   EXPECT_FALSE(PathExists(Path("events")));
   EXPECT_FALSE(PathExists(Path("dangling")));
 }

@@ -2,17 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
 #include <string>
 
-#include "platform/file_util.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
-
-using ::testing::HasSubstr;
 
 // The value of |key|, or "<absent>".
 std::string Lookup(const KeyValueStore& store, const std::string& key) {
@@ -21,40 +17,29 @@ std::string Lookup(const KeyValueStore& store, const std::string& key) {
   return value;
 }
 
-TEST(KeyValueStoreTest, ValueIsEverythingAfterTheFirstEquals) {
-  const struct {
-    const char* text;
-    const char* value;
-  } kCases[] = {
-      {"NAME=plain\n", "plain"},
-      {"NAME=a=b\n", "a=b"},
-      {"NAME=\n", ""},
-      {"# note\n\nNAME= padded \n", " padded "},
-      {"NAME=no newline", "no newline"},
-      {"NAME=dos\r\n", "dos\r"},
-      {"NAME='it'\"'\"'s'\n", "'it'\"'\"'s'"},
-      {"NAME=1\nNAME=2\n", "2"},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.text);
-    KeyValueStore store;
-
-    ASSERT_TRUE(store.LoadFromString(c.text, nullptr));
-
-    EXPECT_EQ(Lookup(store, "NAME"), c.value);
-  }
-}
-
-TEST(KeyValueStoreTest, KeyIsEverythingBeforeTheFirstEqualsAsWritten) {
+TEST(KeyValueStoreTest, KeyIsBeforeTheFirstEqualsAndValueTheRestAsWritten) {
   const struct {
     const char* text;
     const char* key;
     const char* value;
   } kCases[] = {
+      {"NAME=plain\n", "NAME", "plain"},
+      {"NAME=a=b\n", "NAME", "a=b"},
+      {"NAME=\n", "NAME", ""},
+      {"# note\n\nNAME= padded \n", "NAME", " padded "},
+      {"NAME=no newline", "NAME", "no newline"},
+      {"NAME=dos\r\n", "NAME", "dos\r"},
+      {"NAME='it'\"'\"'s'\n", "NAME", "'it'\"'\"'s'"},
+      {"NAME=1\nNAME=2\n", "NAME", "2"},
       {"\"ps_calibration\"=\"123\"\n", "\"ps_calibration\"", "\"123\""},
       {"  INDENTED=1\n", "  INDENTED", "1"},
       {"SPACED = 1\n", "SPACED ", " 1"},
       {"=nameless\n", "", "nameless"},
+      // Blank and comment lines are skipped; '#' later in a line is data.
+      {"\n   \n\t\r\n# A=commented\nC=#not a comment\n", "C", "#not a comment"},
+      {"# A=commented\n", "# A", "<absent>"},
+      {"  #B=indented comment\n", "  #B", "<absent>"},
+      {"", "", "<absent>"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.text);
@@ -64,19 +49,6 @@ TEST(KeyValueStoreTest, KeyIsEverythingBeforeTheFirstEqualsAsWritten) {
 
     EXPECT_EQ(Lookup(store, c.key), c.value);
   }
-}
-
-TEST(KeyValueStoreTest, SkipsBlankAndCommentLines) {
-  KeyValueStore store;
-
-  ASSERT_TRUE(store.LoadFromString(
-      "\n   \n\t\r\n# A=commented\n  #B=indented comment\nC=#not a comment\n",
-      nullptr));
-
-  EXPECT_EQ(Lookup(store, "# A"), "<absent>");
-  EXPECT_EQ(Lookup(store, "  #B"), "<absent>");
-  EXPECT_EQ(Lookup(store, "C"), "#not a comment");
-  EXPECT_TRUE(store.LoadFromString("", nullptr));
 }
 
 TEST(KeyValueStoreTest, LineWithoutEqualsFailsTheWholeLoad) {
@@ -105,56 +77,31 @@ TEST(KeyValueStoreTest, LineWithoutEqualsFailsTheWholeLoad) {
   }
 }
 
-class KeyValueStoreFileTest : public testing::Test {
- protected:
-  void SetUp() override {
-    char dir_template[] = "/tmp/key_value_store_test.XXXXXX";
-    ASSERT_NE(mkdtemp(dir_template), nullptr);
-    dir_ = dir_template;
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-
-  std::string WriteFileWith(const std::string& name, const std::string& text) {
-    const std::string path = dir_ + "/" + name;
-    EXPECT_EQ(WriteFile(path, text.data(), static_cast<int>(text.size())),
-              static_cast<int>(text.size()));
-    return path;
-  }
-
-  std::string dir_;
-  KeyValueStore store_;
-};
-
-TEST_F(KeyValueStoreFileTest, LoadReplacesTheContents) {
-  ASSERT_TRUE(store_.LoadFromString("OLD=1\n", nullptr));
-  const std::string path =
-      WriteFileWith("full-v2.txt", "\"plthres\"=\"40\"\n\"phthres\"=\"90\"\n");
-
-  ASSERT_TRUE(store_.Load(path, nullptr));
-
-  EXPECT_EQ(Lookup(store_, "\"plthres\""), "\"40\"");
-  EXPECT_EQ(Lookup(store_, "\"phthres\""), "\"90\"");
-  EXPECT_EQ(Lookup(store_, "OLD"), "<absent>");
-}
-
-TEST_F(KeyValueStoreFileTest, LoadFailureNamesTheFileAndKeepsTheContents) {
-  ASSERT_TRUE(store_.LoadFromString("OLD=1\n", nullptr));
-  const std::string bad = WriteFileWith("bad", "A=1\nno equals here\n");
+TEST(KeyValueStoreTest, LoadReplacesTheContentsOrNamesTheFileAndKeepsThem) {
+  TempDir dir;
+  KeyValueStore store;
+  ASSERT_TRUE(store.LoadFromString("OLD=1\n", nullptr));
+  const std::string bad = dir.Write("bad", "A=1\nno equals here\n");
   ErrorPtr missing_error;
   ErrorPtr parse_error;
 
-  EXPECT_FALSE(store_.Load(dir_ + "/missing", &missing_error));
-  EXPECT_FALSE(store_.Load(bad, &parse_error));
+  EXPECT_FALSE(store.Load(dir.Path("missing"), &missing_error));
+  EXPECT_FALSE(store.Load(bad, &parse_error));
 
   ASSERT_TRUE(missing_error);
   EXPECT_EQ(missing_error->code(), "io_error");
-  EXPECT_THAT(missing_error->message(), HasSubstr(dir_ + "/missing"));
+  EXPECT_THAT(missing_error->message(), testing::HasSubstr(dir.Path("missing")));
   ASSERT_TRUE(parse_error);
   EXPECT_EQ(parse_error->code(), "parse_error");
   EXPECT_EQ(parse_error->message(),
             "Failed to parse " + bad + ": line 2 has no '='");
-  EXPECT_EQ(Lookup(store_, "OLD"), "1");
-  EXPECT_EQ(Lookup(store_, "A"), "<absent>");
+  EXPECT_EQ(Lookup(store, "OLD"), "1");
+  EXPECT_EQ(Lookup(store, "A"), "<absent>");
+
+  ASSERT_TRUE(store.Load(dir.Write("full-v2.txt", "\"plthres\"=\"40\"\n"), nullptr));
+
+  EXPECT_EQ(Lookup(store, "\"plthres\""), "\"40\"");
+  EXPECT_EQ(Lookup(store, "OLD"), "<absent>");
 }
 
 }  // namespace

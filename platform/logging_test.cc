@@ -3,10 +3,11 @@
 #include <glog/logging.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <string>
+
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -33,17 +34,15 @@ TEST(LoggingTest, StderrLineIsTheMessageWithTheHeaderOnlyWhenAskedFor) {
 }
 
 TEST(LoggingTest, WithoutStderrNothingReachesStderrOrLogFiles) {
-  char dir_template[] = "/tmp/logging_test.XXXXXX";
-  ASSERT_NE(mkdtemp(dir_template), nullptr);
-  FLAGS_log_dir = dir_template;
+  TempDir dir;
+  FLAGS_log_dir = dir.path();
   InitLogging("avd", kLogToSyslog);
   testing::internal::CaptureStderr();
 
   LOG(ERROR) << "Failed to do something in a logging test, ignoring";
 
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_TRUE(std::filesystem::is_empty(dir_template));
-  std::filesystem::remove_all(dir_template);
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 // CHECK expands to an expression with a top-level comma, which

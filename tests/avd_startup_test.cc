@@ -1,149 +1,92 @@
 // Start-up of the real avd binary against a private bus.
 
+#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "sim/child_process.h"
+#include "sim/sim_directory.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
-
-namespace fs = std::filesystem;
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-constexpr auto kTimeout = std::chrono::seconds(20);
+constexpr uint64_t kTimeoutUs = 20'000'000;
 constexpr char kClip[] = "/usr/share/sounds/ap/network_creation.raw";
 constexpr char kService[] = "org.tessaly.ap.AudioVisual";
 
-std::string ReadAll(const std::string& path) {
-  std::stringstream contents;
-  contents << std::ifstream(path, std::ios::binary).rdbuf();
-  return contents.str();
-}
-
-// Polls |condition| every 10 ms until it holds (true) or kTimeout passes.
-bool WaitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
-
-// The production avd binary, run in a sandbox directory that holds its
-// sysroot, the stand-in libraries' logs and its stderr. The process is
-// killed by pid and reaped at destruction if still running.
+// The production avd binary in a simulator directory of its own (sysroot,
+// the stand-in libraries' logs, its stderr in avd.log), with no proximity
+// sensor. SIGCHLD must be blocked, as the bus fixture does.
 class AvdProcess {
  public:
-  // |bus_address| becomes DBUS_SYSTEM_BUS_ADDRESS. The sandbox starts with
-  // the network-creation clip and an "is_developer_end_user" that exits 0.
-  explicit AvdProcess(const std::string& bus_address)
-      : bus_address_(bus_address) {
-    char tmpl[] = "/tmp/avd-test-XXXXXX";
-    dir_ = mkdtemp(tmpl);
-    fs::create_directories(dir_ + "/bin");
-    WriteSysrootFile(kClip, std::string(4800 * 4, '\x01'));
-    SetDeveloperCommand(0);
+  explicit AvdProcess(const std::string& bus_address,
+                      const SimDirectoryOptions& options = {})
+      : dir_(SimDirectory::Create(options, nullptr)) {
+    sd_event_new(&event_);
+    env_ = dir_->DaemonEnvironment(bus_address, "");
+    std::erase_if(env_, [](const std::string& entry) {
+      return entry.starts_with("LIGHTCONTROL_PROXIMITY_DEVICE=");
+    });
   }
-  AvdProcess(const AvdProcess&) = delete;
-  AvdProcess& operator=(const AvdProcess&) = delete;
   ~AvdProcess() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    std::error_code ignored;
-    fs::remove_all(dir_, ignored);
+    avd_.reset();
+    sd_event_unref(event_);
   }
 
-  std::string SysrootPath(const std::string& absolute_path) const {
-    return dir_ + "/root" + absolute_path;
-  }
-
-  void WriteSysrootFile(const std::string& absolute_path,
-                        const std::string& contents) const {
-    const std::string path = SysrootPath(absolute_path);
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << contents;
-  }
-
-  // Replaces the "is_developer_end_user" in the daemon's PATH by a script
-  // that exits with |status|, or removes it when |status| is empty.
-  void SetDeveloperCommand(std::optional<int> status) const {
-    const std::string path = dir_ + "/bin/is_developer_end_user";
-    fs::remove(path);
-    if (!status) return;
-    std::ofstream(path) << "#!/bin/sh\nexit " << *status << "\n";
-    chmod(path.c_str(), 0755);
-  }
+  const SimDirectory& dir() const { return *dir_; }
 
   void Start() {
-    const std::string err = dir_ + "/stderr";
-    pid_ = fork();
-    if (pid_ != 0) return;
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_address_.c_str(), 1);
-    setenv("AVD_SYSROOT", (dir_ + "/root").c_str(), 1);
-    setenv("LIGHTCONTROL_LOG", (dir_ + "/lightcontrol.log").c_str(), 1);
-    setenv("PAVO_LOG", (dir_ + "/pavo.log").c_str(), 1);
-    setenv("PAVO_CAPTURE", (dir_ + "/pavo.pcm").c_str(), 1);
-    setenv("METRICS_LOG", (dir_ + "/metrics.log").c_str(), 1);
-    unsetenv("LIGHTCONTROL_PROXIMITY_DEVICE");
-    unsetenv("LIGHTCONTROL_AMBIENT");
-    // Only the sandbox's bin: the host may have its own commands.
-    setenv("PATH", (dir_ + "/bin:/usr/bin:/bin").c_str(), 1);
-    freopen(err.c_str(), "w", stderr);
-    execl(AVD_BINARY, AVD_BINARY, static_cast<char*>(nullptr));
-    _exit(127);
+    const int log = open(dir_->avd_log().c_str(), O_WRONLY | O_CLOEXEC);
+    avd_ = std::make_unique<ChildProcess>(event_);
+    EXPECT_TRUE(avd_->Start({AVD_BINARY}, EnvironmentWith(env_), -1, log,
+                            [this](int status) { status_ = status; }, nullptr));
+    close(log);
   }
+  void Signal(int signo) { avd_->Signal(signo); }
 
-  void Signal(int signo) const {
-    if (pid_ > 0) kill(pid_, signo);
-  }
-
-  // Waits for the daemon to exit; its wait status, or empty on time-out.
-  std::optional<int> WaitForExit() {
-    int status = 0;
-    if (!WaitUntil([&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) {
-      return std::nullopt;
+  // Watches the daemon until |done| holds; false after kTimeoutUs.
+  bool WaitUntil(const std::function<bool()>& done) {
+    for (uint64_t waited = 0; !done(); waited += 10'000) {
+      if (waited >= kTimeoutUs) return false;
+      sd_event_run(event_, 10'000);
     }
-    pid_ = -1;
-    return status;
+    return true;
+  }
+  // The daemon's wait status, or empty if it did not end in time.
+  std::optional<int> WaitForExit() {
+    WaitUntil([this] { return status_.has_value(); });
+    return status_;
   }
 
-  // Lines of LIGHTCONTROL_LOG and of the daemon's stderr so far.
   std::vector<std::string> LightCalls() const {
-    std::vector<std::string> lines;
-    std::istringstream in(ReadAll(dir_ + "/lightcontrol.log"));
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
+    return ReadLines(dir_->lightcontrol_log());
   }
-  std::string Stderr() const { return ReadAll(dir_ + "/stderr"); }
+  std::string Stderr() const { return ReadFile(dir_->avd_log()); }
 
  private:
-  std::string dir_;
-  std::string bus_address_;
-  pid_t pid_ = -1;
+  std::unique_ptr<SimDirectory> dir_;
+  std::vector<std::string> env_;
+  sd_event* event_ = nullptr;
+  std::unique_ptr<ChildProcess> avd_;
+  std::optional<int> status_;
 };
 
 class AvdStartupTest : public testing::Test {
@@ -159,26 +102,26 @@ class AvdStartupTest : public testing::Test {
 TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) {
   const struct {
     const char* name;
-    std::optional<int> command_status;
-    bool marker;
+    SimDirectoryOptions options;
+    bool command_missing;
     const char* init;
     int signo;
   } kCases[] = {
-      {"developer", 0, false, "light_init 1", SIGTERM},
-      {"developer simulating verified", 0, true, "light_init 0", SIGINT},
-      {"command fails", 1, false, "light_init 0", SIGTERM},
-      {"command missing", std::nullopt, false, "light_init 0", SIGINT},
+      {"developer", {true, false}, false, "light_init 1", SIGTERM},
+      {"developer simulating verified", {true, true}, false, "light_init 0",
+       SIGINT},
+      {"command fails", {false, false}, false, "light_init 0", SIGTERM},
+      {"command missing", {true, false}, true, "light_init 0", SIGINT},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    AvdProcess avd(bus_.address());
-    avd.SetDeveloperCommand(c.command_status);
-    if (c.marker) {
-      avd.WriteSysrootFile("/usr/local/etc/ap/simulate-verified-mode", "");
+    AvdProcess avd(bus_.address(), c.options);
+    if (c.command_missing) {
+      std::filesystem::remove(avd.dir().bin_dir() + "/is_developer_end_user");
     }
     avd.Start();
 
-    ASSERT_TRUE(WaitUntil([&] { return avd.LightCalls().size() >= 4; }))
+    ASSERT_TRUE(avd.WaitUntil([&] { return avd.LightCalls().size() >= 4; }))
         << avd.Stderr();
     avd.Signal(c.signo);
     const std::optional<int> status = avd.WaitForExit();
@@ -202,7 +145,7 @@ TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
   sd_bus* client = bus_.Connect();
   ASSERT_NE(client, nullptr);
   avd.Start();
-  ASSERT_TRUE(WaitUntil([&] {
+  ASSERT_TRUE(avd.WaitUntil([&] {
     return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0;
   })) << avd.Stderr();
   sd_bus_message* objects = nullptr;
@@ -235,7 +178,8 @@ TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
 
 TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
   AvdProcess avd(bus_.address());
-  std::filesystem::remove(avd.SysrootPath(kClip));
+  const std::string clip = avd.dir().sysroot() + kClip;
+  std::filesystem::remove(clip);
   avd.Start();
 
   const std::optional<int> status = avd.WaitForExit();
@@ -245,46 +189,40 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
   EXPECT_THAT(avd.Stderr(),
               HasSubstr("Check failed: ReadFileToString("
                         "kNetworkCreationAudioFilename, &system_setup_audio_) "
-                        "Failed to read file: " + avd.SysrootPath(kClip)));
+                        "Failed to read file: " + clip));
   EXPECT_THAT(avd.LightCalls(), IsEmpty());
 }
 
-// The init system restarts a daemon that ends: one that lost its bus must
+// The init system restarts a daemon that ends: one without its bus must
 // end, with a reason, rather than linger unreachable.
-TEST(AvdWithoutBusTest, EndsWithAFailureWhenTheBusGoesAway) {
+TEST(AvdWithoutBusTest, EndsWithAFailureWithoutABusOrWhenItGoesAway) {
   auto bus = std::make_unique<DbusDaemonFixture>();
   std::string error;
   ASSERT_TRUE(bus->Start(&error)) << error;
+  AvdProcess nowhere("unix:path=/nonexistent/avd-test-bus");
   AvdProcess avd(bus->address());
   sd_bus* client = bus->Connect();
   ASSERT_NE(client, nullptr);
+  nowhere.Start();
   avd.Start();
   // Serving, past the name claim: a bus lost during the claim fails the
   // claim instead (a slow machine, qemu, gets there).
-  ASSERT_TRUE(WaitUntil([&] {
+  ASSERT_TRUE(avd.WaitUntil([&] {
     return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0;
   })) << avd.Stderr();
   sd_bus_flush_close_unref(client);
 
   bus.reset();
-  const std::optional<int> status = avd.WaitForExit();
 
-  ASSERT_TRUE(status.has_value()) << "avd did not exit";
-  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) != 0) << avd.Stderr();
+  for (AvdProcess* ended : {&nowhere, &avd}) {
+    const std::optional<int> status = ended->WaitForExit();
+    ASSERT_TRUE(status.has_value()) << "avd did not exit";
+    EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) != 0)
+        << ended->Stderr();
+  }
+  EXPECT_THAT(nowhere.Stderr(), HasSubstr("system bus"));
+  EXPECT_THAT(nowhere.LightCalls(), IsEmpty());
   EXPECT_THAT(avd.Stderr(), HasSubstr("Lost the system bus, exiting"));
-}
-
-TEST(AvdWithoutBusTest, ExitsNonZeroWithAMessage) {
-  AvdProcess avd("unix:path=/nonexistent/avd-test-bus");
-  avd.Start();
-
-  const std::optional<int> status = avd.WaitForExit();
-
-  ASSERT_TRUE(status.has_value()) << "avd did not exit";
-  ASSERT_TRUE(WIFEXITED(*status)) << avd.Stderr();
-  EXPECT_NE(WEXITSTATUS(*status), 0);
-  EXPECT_THAT(avd.Stderr(), HasSubstr("system bus"));
-  EXPECT_THAT(avd.LightCalls(), IsEmpty());
 }
 
 }  // namespace

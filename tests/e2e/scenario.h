@@ -1,0 +1,62 @@
+#ifndef TESTS_E2E_SCENARIO_H_
+#define TESTS_E2E_SCENARIO_H_
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "tests/e2e/sim_process.h"
+
+namespace morvane::ap {
+
+// Every capability of the daemon once, through the simulator's commands:
+// each command with the starts of the lines it must bring. Each step acts
+// on the state the ones before left, from a daemon that is ready and has
+// its configuration.
+struct ScenarioStep {
+  const char* command;
+  std::vector<const char*> outcomes;
+};
+inline const ScenarioStep kScenario[] = {
+    {"op start", {"operation started id=1", "light state 6"}},
+    {"op succeed", {"operation succeeded id=1", "light transition 0 0"}},
+    {"op start", {"operation started id=2", "light state 6"}},
+    {"op fail", {"operation failed id=2", "light state 0"}},
+    {"led wan_failure x 10", {"led error org.freedesktop.DBus.Error"}},
+    {"wan online", {"light state 1", "upstart ap-wan-online"}},
+    {"group failure", {"light state 2"}},
+    {"group ok", {"light state 1"}},
+    {"intensity 100", {"brightness 255"}},
+    {"setup reset", {"light state 3"}},
+    {"setup completed",
+     {"light transition 1 0", "sound network_creation frames="}},
+    {"wave",
+     {"metric AccessPoint.PrioritizeEvent 1 3",
+      "config set prioritized_device { mac_address: \"02:00:00:5e:00:01\" "
+      "expiration_time: ",
+      "light transition 1 0"}},
+    {"press",
+     {"sound touch_feedback frames=960 format=2 rate=48000 channels=1 "
+      "device=0 bytes=1920 -> 0"}},
+    // Started over, the daemon claims its name again.
+    {"restart avd", {"avd exited status=0", "light init 1", "ready"}},
+};
+
+// Runs kScenario on |sim|, failing the test at the first line that does
+// not come within |timeout_ms| of its command.
+inline void RunScenario(SimProcess& sim, int64_t timeout_ms) {
+  for (const ScenarioStep& step : kScenario) {
+    const size_t from = sim.lines().size();
+    ASSERT_TRUE(sim.Send(step.command));
+    for (const char* outcome : step.outcomes) {
+      ASSERT_TRUE(sim.WaitForPrefix(outcome, from, timeout_ms))
+          << step.command << ": no line \"" << outcome << "\"\n"
+          << sim.Transcript();
+    }
+  }
+}
+
+}  // namespace morvane::ap
+
+#endif  // TESTS_E2E_SCENARIO_H_
