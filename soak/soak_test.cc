@@ -8,14 +8,14 @@
 #include <systemd/sd-bus.h>
 #include <time.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "sim/device_inputs.h"
+#include "sim/peer_bus.h"
 #include "tests/fixtures/sim_world.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -23,6 +23,8 @@ namespace {
 constexpr char kService[] = "org.tessaly.ap.AudioVisual";
 constexpr char kPath[] = "/org/tessaly/ap/AudioVisual/Manager";
 constexpr char kInterface[] = "org.tessaly.ap.AudioVisual.Manager";
+constexpr const char* kOperationMethods[] = {
+    "SetOperationInProgress", "SetOperationSucceeded", "SetOperationFailed"};
 constexpr int kCalls = 100'000;
 constexpr int kWarmUpCalls = 1'000;
 constexpr int kWindow = 64;  // Calls in flight: under the bus's reply limit.
@@ -53,12 +55,8 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
          "detect_leaks=1:quarantine_size_mb=0:halt_on_error=1", 1);
   SimWorld world;
   ASSERT_TRUE(world.Start(AVD_BINARY, SIM_IIO_PRELOAD_LIBRARY));
-  sd_bus* client = nullptr;
-  ASSERT_GE(sd_bus_new(&client), 0);
-  ASSERT_GE(sd_bus_set_address(client, world.bus_address().c_str()), 0);
-  ASSERT_GE(sd_bus_set_bus_client(client, 1), 0);
-  ASSERT_GE(sd_bus_start(client), 0);
-  ASSERT_GE(sd_bus_attach_event(client, world.loop()->event(), 0), 0);
+  sd_bus* client = ConnectToBus(world.bus_address(), world.loop()->event(), nullptr);
+  ASSERT_TRUE(client);
   ASSERT_TRUE(world.RunUntil(
       [&] { return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0; },
       30'000'000))
@@ -81,29 +79,17 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
   const int64_t start = MonotonicNs();
   while (counts.answered < kCalls) {
     while (sent < kCalls && sent - counts.answered < kWindow) {
-      int r = 0;
-      switch (sent % 4) {
-        case 0:
-          r = sd_bus_call_method_async(client, nullptr, kService, kPath,
-                                       kInterface, "SetOperationInProgress",
-                                       on_reply, &counts, "u", 0u);
-          break;
-        case 1:
-          r = sd_bus_call_method_async(client, nullptr, kService, kPath,
-                                       kInterface, "SetOperationSucceeded",
-                                       on_reply, &counts, "u", 1u);
-          break;
-        case 2:
-          r = sd_bus_call_method_async(client, nullptr, kService, kPath,
-                                       kInterface, "SetOperationFailed",
-                                       on_reply, &counts, "u", 1u);
-          break;
-        default:
-          r = sd_bus_call_method_async(client, nullptr, kService, kPath,
-                                       kInterface, "SetLedState", on_reply,
-                                       &counts, "ssu", "setup_activity", "on",
-                                       5u);
-      }
+      // The three operation methods in turn, then a timed LED state.
+      const int kind = sent % 4;
+      const int r =
+          kind < 3 ? sd_bus_call_method_async(
+                         client, nullptr, kService, kPath, kInterface,
+                         kOperationMethods[kind], on_reply, &counts, "u",
+                         kind == 0 ? 0u : 1u)
+                   : sd_bus_call_method_async(
+                         client, nullptr, kService, kPath, kInterface,
+                         "SetLedState", on_reply, &counts, "ssu",
+                         "setup_activity", "on", 5u);
       ASSERT_GE(r, 0);
       ++sent;
       // The records go in among the calls.
@@ -129,18 +115,16 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
   const long end_rss = ProcessStatus(world.avd_pid(), "RssAnon");
   const int status = world.StopAvd();
   sd_bus_flush_close_unref(client);
-  std::ifstream log(world.directory().avd_log());
-  std::stringstream text;
-  text << log.rdbuf();
+  const std::string log = ReadFile(world.directory().avd_log());
 
   EXPECT_EQ(counts.failed, 0);
   EXPECT_EQ(waves, kWaves);
   EXPECT_EQ(presses, kPresses);
   EXPECT_GT(world.sets(), 0) << "no wave was prioritised";
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-      << "the daemon ended with " << status << "; its log:\n" << text.str();
-  EXPECT_EQ(text.str().find("Sanitizer"), std::string::npos) << text.str();
-  EXPECT_EQ(text.str().find("runtime error"), std::string::npos) << text.str();
+      << "the daemon ended with " << status << "; its log:\n" << log;
+  EXPECT_EQ(log.find("Sanitizer"), std::string::npos) << log;
+  EXPECT_EQ(log.find("runtime error"), std::string::npos) << log;
   EXPECT_LE(end_rss - warm_rss, kFlatKiB)
       << "RssAnon " << warm_rss << " KiB after " << kWarmUpCalls
       << " calls, " << end_rss << " KiB after " << kCalls;
