@@ -26,6 +26,11 @@ TEST(SimE2eTest, EveryCapabilityReachesTheDevice) {
   sim.Expect("brightness 76");  // The configuration has arrived.
 
   RunScenario(sim, SimProcess::kDefaultTimeoutMs);
+  // The restart flushed what the first daemon said: one press, one click.
+  EXPECT_EQ(sim.Count("sound touch_feedback frames=960 format=2 rate=48000 "
+                      "channels=1 device=0 bytes=1920 -> 0"),
+            1u)
+      << sim.Transcript();
 }
 
 // Both programs print their own usage and flags, none of their libraries'.
