@@ -116,8 +116,10 @@ int Main(bool script) {
     }
     if (script_ui) script_ui->Start(&simulator);
     code = loop->Run();
-    simulator.Shutdown();
+    // The loop has ended: the screen is left first, so that what the
+    // shutdown reports is printed, not posted as a redraw to no loop.
     if (terminal_ui) terminal_ui->Stop();
+    simulator.Shutdown();
   }
   if (script_ui) script_ui->OnLine("bye");
   return code;
