@@ -70,6 +70,10 @@ class AvdProcess {
     }
     return true;
   }
+  // Whether the daemon came to own its name, as |client| sees it.
+  bool WaitForName(sd_bus* client) {
+    return WaitUntil([&] { return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0; });
+  }
   // The daemon's wait status, or empty if it did not end in time.
   std::optional<int> WaitForExit() {
     WaitUntil([this] { return status_.has_value(); });
@@ -145,9 +149,7 @@ TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
   sd_bus* client = bus_.Connect();
   ASSERT_NE(client, nullptr);
   avd.Start();
-  ASSERT_TRUE(avd.WaitUntil([&] {
-    return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0;
-  })) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
   sd_bus_message* objects = nullptr;
   sd_bus_message* introspection = nullptr;
   const char* path = nullptr;
@@ -207,9 +209,7 @@ TEST(AvdWithoutBusTest, EndsWithAFailureWithoutABusOrWhenItGoesAway) {
   avd.Start();
   // Serving, past the name claim: a bus lost during the claim fails the
   // claim instead (a slow machine, qemu, gets there).
-  ASSERT_TRUE(avd.WaitUntil([&] {
-    return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0;
-  })) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
   sd_bus_flush_close_unref(client);
 
   bus.reset();

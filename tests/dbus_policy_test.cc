@@ -129,21 +129,15 @@ class DbusPolicyTest : public testing::Test {
   }
 
   // The daemon's stand-in, as the daemon's user: owns the name and answers
-  // SetLedState. Returns once it is on the bus.
+  // every call on the Manager's path. Returns once it is on the bus.
   void StartOwner() {
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     owner_ = Fork(kDaemonUser, [&](sd_bus* bus) {
-      static const sd_bus_vtable kVtable[] = {
-          SD_BUS_VTABLE_START(0),
-          SD_BUS_METHOD("SetLedState", "ssu", "",
-                        [](sd_bus_message* m, void*, sd_bus_error*) {
-                          return sd_bus_reply_method_return(m, "");
-                        },
-                        SD_BUS_VTABLE_UNPRIVILEGED),
-          SD_BUS_VTABLE_END};
-      if (sd_bus_add_object_vtable(bus, nullptr, kPath, kInterface, kVtable,
-                                   nullptr) < 0 ||
+      auto reply = [](sd_bus_message* m, void*, sd_bus_error*) {
+        return sd_bus_reply_method_return(m, "");
+      };
+      if (sd_bus_add_object(bus, nullptr, kPath, reply, nullptr) < 0 ||
           sd_bus_request_name(bus, kService, 0) < 0) {
         return 2;
       }
@@ -157,15 +151,17 @@ class DbusPolicyTest : public testing::Test {
     close(ready[0]);
   }
 
-  // What calling SetLedState gives as |user|: 0 for a reply, 1 for
-  // AccessDenied, 2 for anything else.
+  // 0 for success, 1 for access denied, 2 for anything else.
+  static int Outcome(int r, bool denied) { return r >= 0 ? 0 : denied ? 1 : 2; }
+
+  // What calling SetLedState gives as |user|.
   int CallAs(const char* user) {
     return Run(user, [](sd_bus* bus) {
       sd_bus_error error = SD_BUS_ERROR_NULL;
       const int r = sd_bus_call_method(bus, kService, kPath, kInterface,
                                        "SetLedState", &error, nullptr, "ssu",
                                        "vox", "in_progress", 30);
-      return r >= 0 ? 0 : sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED) ? 1 : 2;
+      return Outcome(r, sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED));
     });
   }
 
@@ -177,10 +173,9 @@ class DbusPolicyTest : public testing::Test {
 };
 
 TEST_F(DbusPolicyTest, OnlyTheDaemonsUserOwnsTheName) {
-  // 0 owned, 1 denied, 2 anything else.
   auto own = [](sd_bus* bus) {
     const int r = sd_bus_request_name(bus, kService, 0);
-    return r >= 0 ? 0 : r == -EACCES ? 1 : 2;
+    return Outcome(r, r == -EACCES);
   };
 
   EXPECT_EQ(Run(kStrangerUser, own), 1);

@@ -17,7 +17,6 @@ namespace {
 class SimFaultsTest : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_STRNE(AVD_BINARY, "") << "the avd target does not exist in this build";
     // The library's default time-out, shortened for every process of the
     // run, so that a call Upstart never answers ends within the test.
     setenv("SYSTEMD_BUS_TIMEOUT", "2s", 1);
@@ -76,22 +75,16 @@ TEST_F(SimFaultsTest, UpstartNeverAnsweringStallsOnlyUntilTheTimeOut) {
   ExpectServing(offline);
 }
 
-TEST_F(SimFaultsTest, ValuesOfTheWrongTypesAreIgnored) {
+// Values of the wrong types are warned of and ignored; a flood of
+// malformed calls from a client that vanishes is survived.
+TEST_F(SimFaultsTest, MalformedInputIsIgnored) {
   sim_.Send("wrongtypes");
-  sim_.Send("echo sent");
-  const size_t sent = sim_.Expect("echo sent", online_);
-
-  ExpectServing(sent);
-  EXPECT_EQ(sim_.Count("light state 2"), 0u) << sim_.Transcript();
-  EXPECT_TRUE(sim_.WaitForPrefix("avd: W", sent)) << sim_.Transcript();
-}
-
-TEST_F(SimFaultsTest, AFloodOfMalformedCallsFromAVanishingClient) {
+  EXPECT_TRUE(sim_.WaitForPrefix("avd: W", online_)) << sim_.Transcript();
   sim_.Send("flood 5000");
   sim_.Send("echo sent");
-  const size_t sent = sim_.Expect("echo sent", online_);
 
-  ExpectServing(sent);
+  ExpectServing(sim_.Expect("echo sent", online_));
+  EXPECT_EQ(sim_.Count("light state 2"), 0u) << sim_.Transcript();
   EXPECT_EQ(sim_.Count("avd exited"), 0u) << sim_.Transcript();
 }
 
@@ -113,9 +106,8 @@ TEST_F(SimFaultsTest, DevicesGoneAreWarnedOfOnce) {
 
   size_t warnings = 0;
   for (const std::string& line : sim_.lines()) {
-    warnings += line.rfind("avd: W", 0) == 0 &&
-                line.find("Failed to read event: end of stream") !=
-                    std::string::npos;
+    warnings += line.starts_with("avd: W") &&
+                line.find("Failed to read event: end of stream") != std::string::npos;
   }
   EXPECT_EQ(warnings, 2u) << sim_.Transcript();
 }

@@ -40,12 +40,8 @@ bool SimProcess::Start(const std::string& sim_binary,
                        const std::vector<std::string>& extra_args) {
   int in[2];
   int out[2];
-  if (pipe2(in, O_CLOEXEC) != 0) return false;
-  if (pipe2(out, O_CLOEXEC) != 0) {
-    close(in[0]);
-    close(in[1]);
-    return false;
-  }
+  // A failure here fails the test; the descriptors go with the process.
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return false;
   // Sound is captured, never played aloud by a test.
   std::vector<std::string> args = {sim_binary, "--script", "--sound=capture",
                                    "--avd=" + avd_binary};
@@ -108,9 +104,8 @@ bool SimProcess::ReadSome(int64_t timeout_ms) {
   return true;
 }
 
-template <typename Match>
-std::optional<size_t> SimProcess::WaitFor(Match match, size_t from,
-                                          int64_t timeout_ms) {
+std::optional<size_t> SimProcess::WaitFor(const std::string& text, bool whole,
+                                          size_t from, int64_t timeout_ms) {
   const int64_t deadline = NowMs() + timeout_ms;
   for (size_t i = from;; ++i) {
     while (i >= lines_.size()) {
@@ -118,23 +113,8 @@ std::optional<size_t> SimProcess::WaitFor(Match match, size_t from,
       if (left <= 0 || from_sim_ < 0) return std::nullopt;
       ReadSome(left);
     }
-    if (match(lines_[i])) return i;
+    if (whole ? lines_[i] == text : lines_[i].starts_with(text)) return i;
   }
-}
-
-std::optional<size_t> SimProcess::WaitForLine(const std::string& line,
-                                              size_t from,
-                                              int64_t timeout_ms) {
-  return WaitFor([&](const std::string& l) { return l == line; }, from,
-                 timeout_ms);
-}
-
-std::optional<size_t> SimProcess::WaitForPrefix(const std::string& prefix,
-                                                size_t from,
-                                                int64_t timeout_ms) {
-  return WaitFor(
-      [&](const std::string& l) { return l.compare(0, prefix.size(), prefix) == 0; },
-      from, timeout_ms);
 }
 
 std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {

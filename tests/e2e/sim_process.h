@@ -37,7 +37,9 @@ class SimProcess {
   // Waits until a line equal to |line| appears at index |from| or later and
   // returns its index; nullopt on time-out or when the simulator ended first.
   std::optional<size_t> WaitForLine(const std::string& line, size_t from = 0,
-                                    int64_t timeout_ms = kDefaultTimeoutMs);
+                                    int64_t timeout_ms = kDefaultTimeoutMs) {
+    return WaitFor(line, true, from, timeout_ms);
+  }
 
   // WaitForLine() that fails the current test, showing the transcript,
   // when the line does not come; returns its index (or the line count).
@@ -46,7 +48,9 @@ class SimProcess {
   // As WaitForLine, for the first line that starts with |prefix|.
   std::optional<size_t> WaitForPrefix(const std::string& prefix,
                                       size_t from = 0,
-                                      int64_t timeout_ms = kDefaultTimeoutMs);
+                                      int64_t timeout_ms = kDefaultTimeoutMs) {
+    return WaitFor(prefix, false, from, timeout_ms);
+  }
 
   // Waits for the simulator to exit; returns its exit code, or nullopt on
   // time-out (it is then still running).
@@ -63,8 +67,10 @@ class SimProcess {
   // Reads what arrives within |timeout_ms| into lines_; false when nothing
   // did (the output is closed at its end).
   bool ReadSome(int64_t timeout_ms);
-  template <typename Match>
-  std::optional<size_t> WaitFor(Match match, size_t from, int64_t timeout_ms);
+  // The first line from |from| on equal to |text| (|whole|) or starting
+  // with it.
+  std::optional<size_t> WaitFor(const std::string& text, bool whole,
+                                size_t from, int64_t timeout_ms);
 
   pid_t pid_ = -1;
   int to_sim_ = -1;
