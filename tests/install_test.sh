@@ -12,7 +12,8 @@ prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
 for file in sbin/avd \
             share/dbus-1/system.d/org.tessaly.ap.AudioVisual.conf \
             share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Manager.xml \
-            lib/systemd/system/avd.service; do
+            lib/systemd/system/avd.service \
+            lib/sysusers.d/avd.conf; do
   [ -f "$dest$prefix/$file" ] || { echo "not installed: $prefix/$file"; exit 1; }
 done
 find "$dest" -path '*/etc/init/avd.conf' | grep -q . ||
