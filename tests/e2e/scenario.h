@@ -29,6 +29,9 @@ inline const ScenarioStep kScenario[] = {
     {"group ok", {"light state 1"}},
     {"intensity 100", {"brightness 255"}},
     {"setup reset", {"light state 3"}},
+    // An operation outranks setup, and setup shows again once it ends.
+    {"op start", {"operation started id=3", "light state 6"}},
+    {"op fail", {"operation failed id=3", "light state 3"}},
     {"setup completed",
      {"light transition 1 0", "sound network_creation frames="}},
     {"wave",
