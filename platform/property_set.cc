@@ -30,6 +30,9 @@ void PropertySet::ConnectSignals() {
   properties_changed_slot_ = proxy_->ConnectToSignal(
       kPropertiesInterface, "PropertiesChanged",
       [this](Message* signal) { OnPropertiesChanged(signal); });
+  // A restarted service sends no PropertiesChanged for the values it
+  // starts with: read them when it arrives, so its owner sees them at once
+  // rather than at the service's next change.
   owner_changed_slot_ = proxy_->ConnectToNameOwnerChanged(
       [this](const std::string&, const std::string& new_owner) {
         if (!new_owner.empty()) GetAll();
