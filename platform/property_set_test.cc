@@ -100,11 +100,10 @@ TEST_F(PropertySetTest, TakesValuesOfTheRightTypeAndWarnsOfTheOthers) {
   EXPECT_THAT(arrived_, ElementsAre("Flag", "Text"));
   EXPECT_TRUE(set_->flag.value());
   EXPECT_EQ(set_->text.value(), "hello");
-  const std::vector<std::string> warnings = log.Messages(google::GLOG_WARNING);
-  ASSERT_EQ(warnings.size(), 2u);
-  EXPECT_THAT(warnings[0], HasSubstr("org.tessaly.Test.Props.Text"));
-  EXPECT_THAT(warnings[1], HasSubstr("org.tessaly.Test.Props.Flag: Method "
-                                     "parameter type mismatch, keeping"));
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre(HasSubstr("org.tessaly.Test.Props.Text"),
+                          HasSubstr("org.tessaly.Test.Props.Flag: Method "
+                                    "parameter type mismatch, keeping")));
 }
 
 TEST_F(PropertySetTest, ReadsAgainWhenTheServiceComesBackOrInvalidates) {
