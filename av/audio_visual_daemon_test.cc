@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "av/mock_lighting_client.h"
+#include "av/prioritized_device.h"
 #include "common/mock_configuration_monitor.h"
 #include "common/upstart_client.h"
 #include "dbus/mock_configuration_proxy.h"
@@ -301,6 +302,22 @@ TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
   EXPECT_EQ(transitions_, 1);
   EXPECT_THAT(Calls("METRICS_LOG"),
               ElementsAre("enum AccessPoint.PrioritizeEvent 1 3"));
+}
+
+// 2147483647, the largest second the field holds, is also a "forever" a
+// user interface may send.
+TEST(PrioritizeDefaultDeviceTest, ExpirySaturatesAtTheFieldsLargestSecond) {
+  DeviceConfiguration config;
+  for (const auto& [duration_s, expiry_s] :
+       {std::pair{599, 2147483646}, {600, 2147483647}, {601, 2147483647},
+        {2147483647, 2147483647}}) {
+    config.mutable_default_prioritized_device()->set_expiration_time(
+        duration_s);
+    const DeviceConfiguration written =
+        PrioritizeDefaultDevice(config, 2147483047'999'999);
+    EXPECT_EQ(written.prioritized_device().expiration_time(), expiry_s)
+        << duration_s;
+  }
 }
 
 TEST_F(AudioVisualDaemonTest, WaveWithNothingToPrioritiseWritesNothing) {

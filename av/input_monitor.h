@@ -25,8 +25,10 @@ struct InputEvent {
 // hands each record to its owner. It knows nothing of what the events mean.
 //
 // Records are the kernel's struct input_event of the build target (16 bytes
-// on 32-bit ARM, 24 on a 64-bit workstation), so the same code reads real
-// devices everywhere; a read of any other size is dropped with a warning.
+// on 32-bit ARM, 24 on a 64-bit workstation), not a fixed 16-byte layout:
+// a 64-bit kernel refuses a read shorter than its own record to a 64-bit
+// process, so only the native record reads real devices everywhere. A read
+// of any other size is dropped with a warning.
 class InputMonitor {
  public:
   using EventCallback = std::function<void(const InputEvent& event)>;

@@ -22,6 +22,7 @@ TEST(PlatformSettingsTest, StringsMustBeSingleQuotedWords) {
       "PLATFORM_SETUP_SSID_MODEL='it'\"'\"'s'\n"
       "EMPTY=''\n"
       "LONE_QUOTE='\n"
+      "OPEN_ONLY='/dev/input/event0\n"
       "PLATFORM_TOUCH_INPUT_EVENT_PATH=/dev/input/event0\n"
       "ONLY_ESCAPE='\"'\"'\n");
   std::string model, empty = "x", escape, rejected = "untouched";
@@ -34,6 +35,7 @@ TEST(PlatformSettingsTest, StringsMustBeSingleQuotedWords) {
   EXPECT_TRUE(settings.GetQuotedString("ONLY_ESCAPE", &escape));
   EXPECT_EQ(escape, "\"'\"");
   EXPECT_FALSE(settings.GetQuotedString("LONE_QUOTE", &rejected));
+  EXPECT_FALSE(settings.GetQuotedString("OPEN_ONLY", &rejected));
   EXPECT_FALSE(settings.GetQuotedString("PLATFORM_TOUCH_INPUT_EVENT_PATH",
                                         &rejected));
   EXPECT_EQ(rejected, "untouched");

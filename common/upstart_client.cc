@@ -85,13 +85,15 @@ bool UpstartClient::StopJob(const std::string& job, bool wait,
   if (!reply || !ExtractMethodCallResults(reply.get(), error, &instances)) {
     return false;
   }
-  // Stop takes the wait flag alone, unlike Start.
+  // Stop takes the wait flag alone, unlike Start. One instance that fails
+  // to stop must not keep the others running.
+  bool stopped = true;
   for (const ObjectPath& instance : instances) {
     if (!Call(instance.value, kInstanceInterface, "Stop", error, wait)) {
-      return false;
+      stopped = false;
     }
   }
-  return true;
+  return stopped;
 }
 
 }  // namespace morvane::ap

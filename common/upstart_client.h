@@ -45,8 +45,9 @@ class UpstartClient {
   bool StartJob(const std::string& job, const std::vector<std::string>& env,
                 bool wait, ErrorPtr* error);
 
-  // Stops every instance of |job|, in turn, stopping at the first failure.
-  // Returns false and adds to |error| on failure.
+  // Stops every instance of |job| in turn; a failure to stop one does not
+  // end the others' turns. Returns false and adds to |error| for each
+  // failure.
   bool StopJob(const std::string& job, bool wait, ErrorPtr* error);
 
  private:

@@ -16,7 +16,8 @@ namespace {
 using ::testing::ElementsAre;
 
 // Upstart as far as the client needs it. Jobs: "ok" has the instances a
-// and b; "failing" is refused with an error.
+// and b; "failing" is refused with an error; "stuck" has a and b too, and
+// its a refuses to stop.
 class UpstartPeer {
  public:
   explicit UpstartPeer(const DbusDaemonFixture& daemon)
@@ -59,9 +60,14 @@ class UpstartPeer {
       }
       return sd_bus_reply_method_return(m, "o", path.c_str());
     }
+    const std::string job = sd_bus_message_get_path(m);
     if (member == "GetAllInstances") {
-      return sd_bus_reply_method_return(m, "ao", 2, "/com/ubuntu/Upstart/jobs/ok/a",
-                                        "/com/ubuntu/Upstart/jobs/ok/b");
+      return sd_bus_reply_method_return(m, "ao", 2, (job + "/a").c_str(),
+                                        (job + "/b").c_str());
+    }
+    if (job == "/com/ubuntu/Upstart/jobs/stuck/a") {
+      return sd_bus_reply_method_errorf(m, "com.ubuntu.Upstart0_6.Error.Busy",
+                                        "busy");
     }
     return sd_bus_reply_method_return(m, "");
   }
@@ -102,14 +108,21 @@ TEST_F(UpstartClientTest, FailureOfUpstartReachesTheCallerAsItsDbusError) {
   UpstartPeer upstart(*daemon_);
   ErrorPtr error;
 
-  EXPECT_FALSE(UpstartClient().StartJob("failing", {}, false, &error));
+  ErrorPtr stop_error;
 
-  ASSERT_TRUE(error);
+  EXPECT_FALSE(UpstartClient().StartJob("failing", {}, false, &error));
+  const size_t started = upstart.calls().size();
+  EXPECT_FALSE(UpstartClient().StopJob("stuck", true, &stop_error));
+
+  ASSERT_TRUE(error && stop_error);
   EXPECT_EQ(error->domain(), kDbusErrorDomain);
   EXPECT_EQ(error->code(), "com.ubuntu.Upstart0_6.Error.UnknownJob");
   EXPECT_EQ(error->message(), "Unknown job: failing");
-  EXPECT_THAT(upstart.calls(),
-              ElementsAre("/com/ubuntu/Upstart GetJobByName failing"));
+  EXPECT_EQ(stop_error->code(), "com.ubuntu.Upstart0_6.Error.Busy");
+  EXPECT_EQ(started, 1u);
+  // The instance after the one that failed is stopped all the same.
+  EXPECT_EQ(upstart.calls().back(),
+            "/com/ubuntu/Upstart/jobs/stuck/b Stop wait");
 }
 
 }  // namespace

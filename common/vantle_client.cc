@@ -22,6 +22,9 @@ VantleClient::VantleClient(std::shared_ptr<Bus> bus)
           get_properties_call_.reset();
           SetConnectionState(kOffline);
         } else {
+          // A restarted connection manager signals nothing for the state
+          // it starts in; without this read the ring would show "offline"
+          // until its next change.
           GetProperties();
         }
       });

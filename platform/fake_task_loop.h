@@ -31,6 +31,10 @@ class FakeTaskLoop : public TaskLoop {
   int64_t Now() const override { return now_us_; }
   int64_t WallNow() const override { return kStartWallUs + now_us_ - kStartUs; }
 
+  // Tasks and watches RunUntilIdle() runs before it takes the loop for a
+  // spinning one and ends the process.
+  static constexpr int64_t kMaxTasksUntilIdle = 1'000'000;
+
   // Runs everything that is due now, including tasks those tasks post for
   // now, without moving the clock.
   void RunUntilIdle();

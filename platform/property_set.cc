@@ -30,6 +30,9 @@ void PropertySet::ConnectSignals() {
   properties_changed_slot_ = proxy_->ConnectToSignal(
       kPropertiesInterface, "PropertiesChanged",
       [this](Message* signal) { OnPropertiesChanged(signal); });
+  // A restarted service sends no PropertiesChanged for the values it
+  // starts with: read them when it arrives, so its owner sees them at once
+  // rather than at the service's next change.
   owner_changed_slot_ = proxy_->ConnectToNameOwnerChanged(
       [this](const std::string&, const std::string& new_owner) {
         if (!new_owner.empty()) GetAll();
@@ -47,6 +50,36 @@ void PropertySet::GetAll() {
                      << ": " << error->message();
       },
       interface_);
+}
+
+void PropertySet::Get(const std::string& name) {
+  get_calls_[name] = proxy_->CallMethod(
+      kPropertiesInterface, "Get",
+      [this, name](Message* reply) { OnGet(name, reply); },
+      [this, name](const Error* error) {
+        // A service that left is read again when it comes back.
+        if (IsServiceUnknown(error)) return;
+        LOG(WARNING) << "Failed to get property " << interface_ << "." << name
+                     << ": " << error->message();
+      },
+      interface_, name);
+}
+
+void PropertySet::OnGet(const std::string& name, Message* reply) {
+  MessageReader reader(reply);
+  ErrorPtr error;
+  PropertyBase* property = properties_.at(name);
+  if (!property->ReadValue(reader, &error)) {
+    LOG(WARNING) << "Failed to read property " << interface_ << "." << name
+                 << ": " << error->message() << ", keeping the old value";
+    return;
+  }
+  property->is_valid_ = true;
+  if (!reader.ReadEnd(&error)) {
+    LOG(WARNING) << "Failed to read property " << interface_ << "." << name
+                 << ": " << error->message() << ", ignoring the rest";
+  }
+  Notify({name});
 }
 
 bool PropertySet::ReadAll(MessageReader& reader, ErrorPtr* error) {
@@ -85,12 +118,10 @@ void PropertySet::OnPropertiesChanged(Message* signal) {
                  << ": " << error->message() << ", ignoring the rest";
     invalidated.clear();
   }
-  // A peer that only names what changed gets asked for the values.
+  // A peer that only names what changed gets asked for those values alone:
+  // reading all of them would report the others as changed too.
   for (const std::string& name : invalidated) {
-    if (properties_.count(name)) {
-      GetAll();
-      break;
-    }
+    if (properties_.count(name)) Get(name);
   }
   Notify(arrived);
 }

@@ -58,8 +58,10 @@ class Property : public PropertyBase {
 // The properties of one interface of a remote object, kept up to date:
 // read with org.freedesktop.DBus.Properties.GetAll, followed through its
 // PropertiesChanged signal, and read again each time the service
-// (re)appears on the bus. Derived sets hold the properties as members and
-// register them in their constructor.
+// (re)appears on the bus. A property the signal only invalidates is read
+// alone with Properties.Get, so its owner hears of that one and no other.
+// Derived sets hold the properties as members and register them in their
+// constructor.
 //
 // A value of the wrong D-Bus type is a warning and leaves the old value;
 // the other properties of the same message are still taken.
@@ -96,6 +98,10 @@ class PropertySet {
   const std::string& interface() const { return interface_; }
 
  private:
+  // Asks for the one property |name| without waiting; a request for it
+  // still pending is dropped.
+  void Get(const std::string& name);
+  void OnGet(const std::string& name, Message* reply);
   void OnGetAll(Message* reply);
   void OnPropertiesChanged(Message* signal);
   // Takes the values of a{sv} and adds the names taken to |arrived|; false
@@ -112,6 +118,7 @@ class PropertySet {
   BusSlot properties_changed_slot_;
   BusSlot owner_changed_slot_;
   BusSlot get_all_call_;
+  std::map<std::string, BusSlot> get_calls_;
 };
 
 }  // namespace morvane::ap

@@ -17,6 +17,9 @@ namespace morvane::ap {
 struct ScenarioStep {
   const char* command;
   std::vector<const char*> outcomes;
+  // The step ends the daemon and starts the next: its outcomes take a
+  // start-up's time.
+  bool starts_daemon = false;
 };
 inline const ScenarioStep kScenario[] = {
     {"op start", {"operation started id=1", "light state 6"}},
@@ -29,6 +32,9 @@ inline const ScenarioStep kScenario[] = {
     {"group ok", {"light state 1"}},
     {"intensity 100", {"brightness 255"}},
     {"setup reset", {"light state 3"}},
+    // An operation outranks setup, and setup shows again once it ends.
+    {"op start", {"operation started id=3", "light state 6"}},
+    {"op fail", {"operation failed id=3", "light state 3"}},
     {"setup completed",
      {"light transition 1 0", "sound network_creation frames="}},
     {"wave",
@@ -40,17 +46,20 @@ inline const ScenarioStep kScenario[] = {
      {"sound touch_feedback frames=960 format=2 rate=48000 channels=1 "
       "device=0 bytes=1920 -> 0"}},
     // Started over, the daemon claims its name again.
-    {"restart avd", {"avd exited status=0", "light init 1", "ready"}},
+    {"restart avd", {"avd exited status=0", "light init 1", "ready"}, true},
 };
 
 // Runs kScenario on |sim|, failing the test at the first line that does
-// not come within |timeout_ms| of its command.
-inline void RunScenario(SimProcess& sim, int64_t timeout_ms) {
+// not come within |timeout_ms| of its command (|start_timeout_ms| for a
+// step that starts the daemon).
+inline void RunScenario(SimProcess& sim, int64_t timeout_ms,
+                        int64_t start_timeout_ms) {
   for (const ScenarioStep& step : kScenario) {
     const size_t from = sim.lines().size();
     ASSERT_TRUE(sim.Send(step.command));
     for (const char* outcome : step.outcomes) {
-      ASSERT_TRUE(sim.WaitForPrefix(outcome, from, timeout_ms))
+      ASSERT_TRUE(sim.WaitForPrefix(
+          outcome, from, step.starts_daemon ? start_timeout_ms : timeout_ms))
           << step.command << ": no line \"" << outcome << "\"\n"
           << sim.Transcript();
     }

@@ -24,7 +24,8 @@ TEST(SimE2eTest, EveryCapabilityReachesTheDevice) {
   sim.Expect("sysfs in_proximity_calibbias 123");
   sim.Expect("brightness 76");  // The configuration has arrived.
 
-  RunScenario(sim, SimProcess::kDefaultTimeoutMs);
+  RunScenario(sim, SimProcess::kDefaultTimeoutMs,
+              SimProcess::kDefaultTimeoutMs);
   // The restart flushed what the first daemon said: one press, one click.
   EXPECT_EQ(sim.Count("sound touch_feedback frames=960 format=2 rate=48000 "
                       "channels=1 device=0 bytes=1920 -> 0"),

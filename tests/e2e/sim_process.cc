@@ -104,11 +104,29 @@ bool SimProcess::ReadSome(int64_t timeout_ms) {
   return true;
 }
 
+bool SimProcess::DaemonEnded() const {
+  bool ended = false;
+  for (auto it = lines_.rbegin(); it != lines_.rend(); ++it) {
+    if (it->starts_with("avd started ")) return ended;
+    // A restart ends the daemon on purpose and starts the next one.
+    if (*it == "inject restart avd") return false;
+    ended = ended || it->starts_with("avd exited ") ||
+            it->starts_with("avd failed to start");
+  }
+  return ended;
+}
+
 std::optional<size_t> SimProcess::WaitFor(const std::string& text, bool whole,
                                           size_t from, int64_t timeout_ms) {
-  const int64_t deadline = NowMs() + timeout_ms;
+  int64_t deadline = NowMs() + timeout_ms;
+  bool ended = false;
   for (size_t i = from;; ++i) {
     while (i >= lines_.size()) {
+      // A daemon that has ended brings no more lines: fail fast.
+      if (!ended && DaemonEnded()) {
+        ended = true;
+        deadline = std::min(deadline, NowMs() + kAfterDaemonEndMs);
+      }
       const int64_t left = deadline - NowMs();
       if (left <= 0 || from_sim_ < 0) return std::nullopt;
       ReadSome(left);

@@ -17,6 +17,9 @@ namespace morvane::ap {
 class SimProcess {
  public:
   static constexpr int64_t kDefaultTimeoutMs = 15'000;
+  // What the simulator still reports once the daemon has ended comes within
+  // this; a line the daemon would have caused never does.
+  static constexpr int64_t kAfterDaemonEndMs = 1'000;
 
   SimProcess() = default;
   SimProcess(const SimProcess&) = delete;
@@ -35,7 +38,8 @@ class SimProcess {
   void CloseInput();
 
   // Waits until a line equal to |line| appears at index |from| or later and
-  // returns its index; nullopt on time-out or when the simulator ended first.
+  // returns its index; nullopt on time-out, when the simulator ended first,
+  // or kAfterDaemonEndMs after the daemon ended with no restart asked for.
   std::optional<size_t> WaitForLine(const std::string& line, size_t from = 0,
                                     int64_t timeout_ms = kDefaultTimeoutMs) {
     return WaitFor(line, true, from, timeout_ms);
@@ -67,6 +71,9 @@ class SimProcess {
   // Reads what arrives within |timeout_ms| into lines_; false when nothing
   // did (the output is closed at its end).
   bool ReadSome(int64_t timeout_ms);
+  // True when the simulator's latest report of the daemon is its end (or
+  // a failed start) and no restart was asked for before it.
+  bool DaemonEnded() const;
   // The first line from |from| on equal to |text| (|whole|) or starting
   // with it.
   std::optional<size_t> WaitFor(const std::string& text, bool whole,
