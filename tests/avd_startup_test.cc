@@ -103,6 +103,8 @@ class AvdStartupTest : public testing::Test {
   DbusDaemonFixture bus_;
 };
 
+// SIGHUP and SIGUSR1 come first: either of them ending the daemon would show
+// as death by that signal instead of the exit with 0.
 TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) {
   const struct {
     const char* name;
@@ -127,6 +129,8 @@ TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) 
 
     ASSERT_TRUE(avd.WaitUntil([&] { return avd.LightCalls().size() >= 4; }))
         << avd.Stderr();
+    avd.Signal(SIGHUP);
+    avd.Signal(SIGUSR1);
     avd.Signal(c.signo);
     const std::optional<int> status = avd.WaitForExit();
 
