@@ -166,6 +166,9 @@ void AudioVisualDaemon::StartGestureMonitor() {
   }
   if (!CopyProximityCalibration(vpd_cache, SysrootPath(kProximitySysfsDir))) {
     LOG(WARNING) << "Failed to parse VPD cache";
+    LOG(WARNING) << "Failed to load the VPD cache " << vpd_cache
+                 << " (unreadable, or a line without '='); no wave until "
+                    "the daemon restarts";
     return;
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(

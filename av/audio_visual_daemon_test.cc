@@ -398,7 +398,10 @@ TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
 
   EXPECT_FALSE(monitoring());
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
-              ElementsAre("Failed to parse VPD cache"));
+              ElementsAre("Failed to parse VPD cache",
+                          "Failed to load the VPD cache " + Sysroot(kVpdCache) +
+                              " (unreadable, or a line without '='); no "
+                              "wave until the daemon restarts"));
   loop_.FastForwardBy(30'000'000);
   EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 4u) << "retried after all";
   EXPECT_EQ(log.Messages(google::GLOG_INFO).back(),
