@@ -1,5 +1,6 @@
 #include "av/audio_visual_daemon.h"
 
+#include <dlfcn.h>
 #include <glog/logging.h>
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 
 #include "av/prioritized_device.h"
 #include "av/proximity_calibration.h"
+#include "avd_version.h"
 #include "common/storage.pb.h"
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
@@ -59,6 +61,17 @@ const std::string& SimulateVerifiedModePath() {
 bool IsDeveloperMode() {
   return RunCommand({"is_developer_end_user"}) &&
          !PathExists(SimulateVerifiedModePath());
+}
+
+// The file of the light library in use, which tells a stand-in from a
+// board's library.
+std::string LightLibraryFile() {
+  Dl_info info{};
+  if (!dladdr(reinterpret_cast<void*>(&light_init), &info) ||
+      !info.dli_fname) {
+    return "unknown";
+  }
+  return info.dli_fname;
 }
 
 }  // namespace
@@ -124,11 +137,28 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   }
 
   input_manager_ = std::make_unique<InputManager>(loop());
+
+  const std::string& touch = input_manager_->device_path();
+  LOG(INFO) << "avd " << AVD_VERSION << " started: ring through "
+            << LightLibraryFile() << ", touch device "
+            << (touch.empty() ? "none" : touch) << ", proximity sensor "
+            << (proximity_device_path_.empty() ? "none"
+                                               : proximity_device_path_);
 }
 
 void AudioVisualDaemon::StartGestureMonitor() {
   const std::string vpd_cache = SysrootPath(kVpdCachePath);
-  if (!PathExists(proximity_device_path_) || !PathExists(vpd_cache)) {
+  const std::string missing =
+      DescribeMissingForCalibration(proximity_device_path_, vpd_cache);
+  if (missing != calibration_waits_for_) {
+    if (missing.empty()) {
+      LOG(INFO) << "Found the proximity device and the VPD cache";
+    } else {
+      LOG(INFO) << "Proximity calibration waits for " << missing;
+    }
+    calibration_waits_for_ = missing;
+  }
+  if (!missing.empty()) {
     LOG(INFO) << "Device or VPD cache information missing, will retry";
     loop()->PostDelayedTask([this] { StartGestureMonitor(); },
                             kGestureMonitorRetryUs);
@@ -136,6 +166,9 @@ void AudioVisualDaemon::StartGestureMonitor() {
   }
   if (!CopyProximityCalibration(vpd_cache, SysrootPath(kProximitySysfsDir))) {
     LOG(WARNING) << "Failed to parse VPD cache";
+    LOG(WARNING) << "Failed to load the VPD cache " << vpd_cache
+                 << " (unreadable, or a line without '='); no wave until "
+                    "the daemon restarts";
     return;
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(
@@ -197,9 +230,20 @@ void AudioVisualDaemon::ApplyBrightness() {
   }
   uint8_t level = 0;
   // No reading, no change: the next sample tries again.
-  if (light_get_ambient_brightness(&level)) {
-    light_set_master_brightness(level == 0 ? 1 : level);
+  if (!light_get_ambient_brightness(&level)) {
+    if (!ambient_light_failed_) {
+      LOG(WARNING) << "Failed to read the ambient light level; the "
+                      "brightness stays until a reading succeeds";
+    }
+    ambient_light_failed_ = true;
+    return;
   }
+  if (ambient_light_failed_) {
+    LOG(INFO) << "Read the ambient light level again: "
+              << static_cast<int>(level);
+  }
+  ambient_light_failed_ = false;
+  light_set_master_brightness(level == 0 ? 1 : level);
 }
 
 void AudioVisualDaemon::PlayNetworkCreationSound() {

@@ -59,7 +59,8 @@ class AudioVisualDaemon : public ServiceDaemon {
   // Samples the ambient light every 2 s while automatic intensity is on.
   void ConfigureAmbientLightSampling();
   // The ambient level (never 0: darkness does not turn the ring off), or
-  // the configured intensity scaled to 0..255.
+  // the configured intensity scaled to 0..255. A failed reading changes
+  // nothing; the first one is said, and the next good one.
   void ApplyBrightness();
   void PlayNetworkCreationSound();
   // Prioritises the configured default device for its duration by writing
@@ -68,7 +69,8 @@ class AudioVisualDaemon : public ServiceDaemon {
 
   // Once the proximity device and the VPD cache exist (checked every 3 s
   // until then), copies the sensor's calibration from the cache into its
-  // sysfs attributes and starts the gesture monitor.
+  // sysfs attributes and starts the gesture monitor. Which of the two is
+  // missing is said when that changes, and their arrival once.
   void StartGestureMonitor();
 
   std::unique_ptr<ConfigurationMonitor> configuration_monitor_;
@@ -87,6 +89,10 @@ class AudioVisualDaemon : public ServiceDaemon {
   bool setup_completed_ = false;
   // The proximity sensor's IIO device as the light library names it.
   std::string proximity_device_path_;
+  // What the last calibration attempt waited for; empty when none did.
+  std::string calibration_waits_for_;
+  // Whether the last ambient reading failed; said once until one succeeds.
+  bool ambient_light_failed_ = false;
   std::unique_ptr<GestureMonitor> gesture_monitor_;
   metrics::MetricsLibrary metrics_library_;
   std::unique_ptr<LightingClient> lighting_client_;

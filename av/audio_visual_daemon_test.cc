@@ -242,6 +242,23 @@ TEST_F(AudioVisualDaemonTest, AutomaticIntensityFollowsTheAmbientEveryTwoSeconds
   EXPECT_THAT(LightCalls(), ElementsAre("light_get_ambient_brightness 200",
                                         "light_set_master_brightness 200"));
 
+  // Failed readings change nothing and are said once, as is the next good
+  // one.
+  LogCapture log;
+  dir_.Write("LIGHTCONTROL_AMBIENT", "dark");
+  loop_.FastForwardBy(4'000'000);
+  dir_.Write("LIGHTCONTROL_AMBIENT", "100");
+  loop_.FastForwardBy(2'000'000);
+  EXPECT_THAT(LightCalls(), ElementsAre("light_get_ambient_brightness fail",
+                                        "light_get_ambient_brightness fail",
+                                        "light_get_ambient_brightness 100",
+                                        "light_set_master_brightness 100"));
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Failed to read the ambient light level; the "
+                          "brightness stays until a reading succeeds"));
+  EXPECT_THAT(log.Messages(google::GLOG_INFO),
+              ElementsAre("Read the ambient light level again: 100"));
+
   Configure(30, false);
   loop_.FastForwardBy(10'000'000);
   EXPECT_THAT(LightCalls(), ElementsAre("light_set_master_brightness 76"));
@@ -381,23 +398,31 @@ TEST_F(AudioVisualDaemonTest, AnEmptyVpdValueEndsTheProcess) {
 }
 
 TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
+  constexpr char kRetry[] = "Device or VPD cache information missing, will retry";
   LogCapture log;
   StartGestureMonitor(dir_.path());  // exists
   loop_.FastForwardBy(2'999'999);
   EXPECT_THAT(log.Messages(google::GLOG_INFO),
-              ElementsAre("Device or VPD cache information missing, will "
-                          "retry"));
+              ElementsAre("Proximity calibration waits for the VPD cache " +
+                              Sysroot(kVpdCache),
+                          kRetry));
 
   loop_.FastForwardBy(1);
-  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 2u);
+  EXPECT_THAT(log.Messages(google::GLOG_INFO).back(), kRetry);
+  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 3u);
   WriteSysroot(kVpdCache, "not a key-value line\n");
   loop_.FastForwardBy(3'000'000);
 
   EXPECT_FALSE(monitoring());
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
-              ElementsAre("Failed to parse VPD cache"));
+              ElementsAre("Failed to parse VPD cache",
+                          "Failed to load the VPD cache " + Sysroot(kVpdCache) +
+                              " (unreadable, or a line without '='); no "
+                              "wave until the daemon restarts"));
   loop_.FastForwardBy(30'000'000);
-  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 2u) << "retried after all";
+  EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 4u) << "retried after all";
+  EXPECT_EQ(log.Messages(google::GLOG_INFO).back(),
+            "Found the proximity device and the VPD cache");
 }
 
 }  // namespace

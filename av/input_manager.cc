@@ -3,6 +3,7 @@
 #include <linux/input.h>
 
 #include <glog/logging.h>
+#include <string.h>
 
 #include "common/platform_settings.h"
 #include "platform/file_util.h"
@@ -20,6 +21,13 @@ constexpr int kFormatS16Le = 2;  // ALSA's number for signed 16-bit LE.
 constexpr int kFeedbackRate = 48000;
 constexpr int kFeedbackChannels = 1;
 
+// "ECONNREFUSED (Connection refused)" for -111.
+std::string DescribeError(int result) {
+  const char* name = strerrorname_np(-result);
+  if (!name) return "error " + std::to_string(result);
+  return std::string(name) + " (" + strerror(-result) + ")";
+}
+
 }  // namespace
 
 InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
@@ -30,6 +38,8 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   }
   if (!PathExists(device_path)) {
     LOG(WARNING) << "Input device not found";
+    LOG(WARNING) << "Touch input device " << device_path
+                 << " does not exist; going on without touch input";
     return;
   }
   input_monitor_ = std::make_unique<InputMonitor>(
@@ -40,6 +50,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
     LOG(WARNING) << "Failed to start input monitor: " << error->message();
     return;
   }
+  device_path_ = device_path;
   // A device with a touch input must have the clip too.
   const std::string clip_path = SysrootPath(kFeedbackAudioPath);
   CHECK(ReadFileToString(clip_path, &feedback_audio_))
@@ -66,9 +77,16 @@ void InputManager::OnInputEvent(const InputEvent& event) {
     const int result = pavo_helper_create_connect(&pavo_client_);
     if (result != 0) {
       LOG(WARNING) << "Failed to create pavo client: " << result;
+      if (!audio_server_failed_) {
+        LOG(WARNING) << "Failed to connect to the audio server: "
+                     << DescribeError(result) << "; each press tries again";
+      }
+      audio_server_failed_ = true;
       pavo_client_ = nullptr;
       return;
     }
+    if (audio_server_failed_) LOG(INFO) << "Connected to the audio server";
+    audio_server_failed_ = false;
   }
   const int device = pavo_client_get_first_dev_type_idx(
       pavo_client_, kInternalSpeaker, kOutput);

@@ -20,7 +20,8 @@ class TaskLoop;
 // Without a device (not set, missing, or it cannot be opened) the manager
 // logs why once and does nothing. The audio server is connected at the
 // first accepted press and kept; a failed connection is retried at the next
-// accepted press.
+// accepted press. Each failed attempt logs its number; the error's name is
+// said at the first failure and the recovery once it connects again.
 class InputManager {
  public:
   // Presses closer together than this, in microseconds, give one click.
@@ -37,11 +38,19 @@ class InputManager {
   InputManager& operator=(const InputManager&) = delete;
   virtual ~InputManager();
 
+  // The touch device read; empty without one (not set, missing, or it
+  // could not be opened).
+  const std::string& device_path() const { return device_path_; }
+
  private:
   void OnInputEvent(const InputEvent& event);
 
   TaskLoop* const loop_;
   pavo_client* pavo_client_ = nullptr;
+  // Whether the last connection attempt failed: its cause is said once,
+  // and once more when a connection succeeds again.
+  bool audio_server_failed_ = false;
+  std::string device_path_;
   std::unique_ptr<InputMonitor> input_monitor_;
   std::string feedback_audio_;
   // Wall-clock microseconds of the last press that was allowed to click.

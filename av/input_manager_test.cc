@@ -89,7 +89,13 @@ TEST_F(InputManagerTest, ConnectsAgainOnceTheAudioServerIsBack) {
   Send(EV_KEY);
 
   EXPECT_THAT(log_.Messages(google::GLOG_WARNING),
-              ElementsAre("Failed to create pavo client: -111"));
+              ElementsAre("Failed to create pavo client: -111",
+                          "Failed to connect to the audio server: "
+                          "ECONNREFUSED (Connection refused); each press "
+                          "tries again"));
+  EXPECT_THAT(log_.Messages(google::GLOG_INFO),
+              ElementsAre("Button down: 529", "Button down: 529",
+                          "Button down: 529", "Connected to the audio server"));
   EXPECT_THAT(PavoCalls(), ElementsAre("connect -111", "connect 0",
                                        "device 0 0 -> 0", kPlayLine));
 }

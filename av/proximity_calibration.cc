@@ -44,4 +44,15 @@ bool CopyProximityCalibration(const std::string& vpd_cache_path,
   return true;
 }
 
+std::string DescribeMissingForCalibration(const std::string& device_path,
+                                          const std::string& vpd_cache_path) {
+  std::string missing;
+  if (!PathExists(device_path)) missing = "the proximity device " + device_path;
+  if (!PathExists(vpd_cache_path)) {
+    if (!missing.empty()) missing += " and ";
+    missing += "the VPD cache " + vpd_cache_path;
+  }
+  return missing;
+}
+
 }  // namespace morvane::ap

@@ -19,6 +19,12 @@ namespace morvane::ap {
 bool CopyProximityCalibration(const std::string& vpd_cache_path,
                               const std::string& sysfs_dir);
 
+// What calibration still waits for, for a log line: "the proximity device
+// /dev/iio:device0", "the VPD cache /var/cache/vpd/full-v2.txt" or both
+// joined with "and"; empty when both paths exist.
+std::string DescribeMissingForCalibration(const std::string& device_path,
+                                          const std::string& vpd_cache_path);
+
 }  // namespace morvane::ap
 
 #endif  // AV_PROXIMITY_CALIBRATION_H_

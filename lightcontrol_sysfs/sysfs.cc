@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -19,9 +20,31 @@ constexpr size_t kMaxAttributeBytes = 4096;
 
 static_assert(LOG_WARNING == 4, "ReportLine's default priority");
 
+// Whether standard error is the journal's stream, which systemd names in
+// JOURNAL_STREAM ("<device>:<inode>"), as the daemon checks too.
+bool StderrIsJournal() {
+  const char* stream = getenv("JOURNAL_STREAM");
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  char extra = 0;
+  if (!stream || sscanf(stream, "%llu:%llu%c", &device, &inode, &extra) != 2) {
+    return false;
+  }
+  struct stat st {};
+  return fstat(STDERR_FILENO, &st) == 0 && st.st_dev == device &&
+         st.st_ino == inode;
+}
+
 }  // namespace
 
 void ReportLine(const std::string& message, int priority) {
+  // Under systemd both would end in the journal: there the line goes once,
+  // to standard error, with its priority in front for the journal to read.
+  if (StderrIsJournal()) {
+    fprintf(stderr, "<%d>lightcontrol-sysfs: %s\n", priority, message.c_str());
+    fflush(stderr);
+    return;
+  }
   // Both, as the daemon logs: the init system keeps one, syslog the other.
   // No openlog(): the lines carry the daemon's own ident.
   syslog(priority, "lightcontrol-sysfs: %s", message.c_str());

@@ -8,23 +8,22 @@
 #include <vector>
 
 namespace morvane::ap {
+namespace {
 
-void ParseCommandLine(int* argc, char*** argv, const char* usage,
-                      const char* flags_file) {
-  gflags::SetUsageMessage(usage);
-  gflags::ParseCommandLineNonHelpFlags(argc, argv, true);
-  std::string help;
-  if (!gflags::GetCommandLineOption("help", &help) || help != "true") {
-    // The other help flags (--helpfull, --version, ...) as gflags has them.
-    gflags::HandleCommandLineHelpFlags();
-    return;
-  }
-  std::printf("%s: %s\n", gflags::ProgramInvocationShortName(), usage);
+bool FlagIsTrue(const char* name) {
+  std::string value;
+  return gflags::GetCommandLineOption(name, &value) && value == "true";
+}
+
+void PrintHelp(const ProgramHelp& help) {
+  const char* name = gflags::ProgramInvocationShortName();
+  std::printf("%s: %s\n", name, help.summary ? help.summary : "");
+  if (help.usage) std::printf("\nUsage: %s\n", help.usage);
   std::vector<gflags::CommandLineFlagInfo> flags;
   gflags::GetAllFlags(&flags);
   bool first = true;
   for (const gflags::CommandLineFlagInfo& flag : flags) {
-    if (flag.filename != flags_file) continue;
+    if (!help.flags_file || flag.filename != help.flags_file) continue;
     if (first) std::printf("\nFlags:\n");
     first = false;
     const char* quote = flag.type == "string" ? "\"" : "";
@@ -32,7 +31,33 @@ void ParseCommandLine(int* argc, char*** argv, const char* usage,
                 flag.description.c_str(), quote, flag.default_value.c_str(),
                 quote);
   }
-  std::exit(0);
+  if (help.details) std::printf("\n%s", help.details);
+}
+
+}  // namespace
+
+void ParseCommandLine(int* argc, char*** argv, const ProgramHelp& help) {
+  if (help.summary) gflags::SetUsageMessage(help.summary);
+  gflags::ParseCommandLineNonHelpFlags(argc, argv, true);
+  // gflags' own --helpfull lists every library's flags with the paths they
+  // were built from: no use to whoever runs the program.
+  if (FlagIsTrue("help") || FlagIsTrue("helpfull") || FlagIsTrue("helpshort")) {
+    PrintHelp(help);
+    std::exit(0);
+  }
+  if (help.version && FlagIsTrue("version")) {
+    std::printf("%s %s\n", gflags::ProgramInvocationShortName(),
+                help.version);
+    std::exit(0);
+  }
+  // The other help flags (--helpxml, --helpon, ...) as gflags has them.
+  gflags::HandleCommandLineHelpFlags();
+}
+
+void ParseCommandLine(int* argc, char*** argv, const char* usage,
+                      const char* flags_file) {
+  ParseCommandLine(argc, argv,
+                   ProgramHelp{.summary = usage, .flags_file = flags_file});
 }
 
 }  // namespace morvane::ap

@@ -3,11 +3,31 @@
 
 namespace morvane::ap {
 
-// Parses the command line (gflags) and removes the flags it took. "--help"
-// prints the program's name, |usage| and the flags defined in the source
-// file |flags_file| (pass __FILE__ from the file that defines them), not
-// those of the libraries it links, and exits with 0. A bad flag prints why
-// and exits with 1.
+// What --help and --version say of a program. Null fields are left out.
+struct ProgramHelp {
+  // The line after the program's name ("AV Daemon").
+  const char* summary = nullptr;
+  // The usage line, without "Usage: ".
+  const char* usage = nullptr;
+  // Printed as it is after the flags: the environment the program reads,
+  // say.
+  const char* details = nullptr;
+  // --version prints the program's name and this; without it --version is
+  // left to gflags.
+  const char* version = nullptr;
+  // The source file that defines the program's own flags (its __FILE__).
+  const char* flags_file = nullptr;
+};
+
+// Parses the command line (gflags) and removes the flags it took. "--help",
+// "--helpfull" and "--helpshort" print the program's name, the summary, the
+// usage, the flags defined in |help.flags_file| (not the 40-odd of the
+// libraries it links, nor their build paths) and the details, and exit
+// with 0; "--version" prints "<name> <version>" and exits with 0. A bad flag
+// prints why and exits with 1.
+void ParseCommandLine(int* argc, char*** argv, const ProgramHelp& help);
+
+// The same with only a summary and the flags of |flags_file|.
 void ParseCommandLine(int* argc, char*** argv, const char* usage,
                       const char* flags_file);
 

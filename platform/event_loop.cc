@@ -1,6 +1,7 @@
 #include "platform/event_loop.h"
 
 #include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/epoll.h>
 #include <systemd/sd-event.h>
 #include <time.h>
@@ -125,24 +126,36 @@ int EventLoop::Run() { return sd_event_loop(event_); }
 void EventLoop::Quit(int exit_code) { sd_event_exit(event_, exit_code); }
 
 bool EventLoop::QuitOnSignal(int signo, ErrorPtr* error) {
+  return HandleSignal(signo, [this] { Quit(0); }, error);
+}
+
+bool EventLoop::HandleSignal(int signo, Task handler, ErrorPtr* error) {
+  if (auto it = signal_sources_.find(signo); it != signal_sources_.end()) {
+    signal_handlers_[signo] = std::move(handler);
+    return true;
+  }
   sigset_t mask;
   sigemptyset(&mask);
   sigaddset(&mask, signo);
   sigprocmask(SIG_BLOCK, &mask, nullptr);
   sd_event_source* source = nullptr;
-  const int r = sd_event_add_signal(
-      event_, &source, signo,
-      [](sd_event_source* s, const signalfd_siginfo*, void*) {
-        return sd_event_exit(sd_event_source_get_event(s), 0);
-      },
-      nullptr);
+  const int r = sd_event_add_signal(event_, &source, signo, &OnSignal, this);
   if (r < 0) {
     Error::AddToPrintf(error, FROM_HERE, kDomain, "event_loop",
                        "Failed to handle signal %d: %s", signo, strerror(-r));
     return false;
   }
   signal_sources_[signo] = source;
+  signal_handlers_[signo] = std::move(handler);
   return true;
+}
+
+int EventLoop::OnSignal(sd_event_source*, const signalfd_siginfo* info,
+                        void* userdata) {
+  auto* loop = static_cast<EventLoop*>(userdata);
+  auto it = loop->signal_handlers_.find(static_cast<int>(info->ssi_signo));
+  if (it != loop->signal_handlers_.end()) it->second();
+  return 0;
 }
 
 int EventLoop::OnDefer(sd_event_source*, void* userdata) {

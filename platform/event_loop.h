@@ -12,6 +12,7 @@
 
 typedef struct sd_event sd_event;
 typedef struct sd_event_source sd_event_source;
+struct signalfd_siginfo;
 
 namespace morvane::ap {
 
@@ -41,6 +42,9 @@ class EventLoop : public TaskLoop {
   // Blocks |signo| for normal delivery and quits the loop with code 0 when
   // it arrives.
   bool QuitOnSignal(int signo, ErrorPtr* error);
+  // Blocks |signo| for normal delivery and runs |handler| on the loop each
+  // time it arrives. Replaces an earlier handler or quit of the signal.
+  bool HandleSignal(int signo, Task handler, ErrorPtr* error);
 
   // For attaching other sd-event users (the bus) inside platform/.
   sd_event* event() const { return event_; }
@@ -54,6 +58,8 @@ class EventLoop : public TaskLoop {
   explicit EventLoop(sd_event* event);
   static int OnDefer(sd_event_source* source, void* userdata);
   static int OnTime(sd_event_source* source, uint64_t usec, void* userdata);
+  static int OnSignal(sd_event_source* source, const signalfd_siginfo* info,
+                      void* userdata);
   static int OnIo(sd_event_source* source, int fd, uint32_t revents,
                   void* userdata);
   TaskId AddPending(sd_event_source* source, Task task);
@@ -69,6 +75,7 @@ class EventLoop : public TaskLoop {
   std::unordered_map<TaskId, Pending> pending_;
   std::unordered_map<sd_event_source*, TaskId> by_source_;
   std::unordered_map<int, sd_event_source*> signal_sources_;
+  std::unordered_map<int, Task> signal_handlers_;
 };
 
 }  // namespace morvane::ap

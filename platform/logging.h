@@ -20,6 +20,12 @@ enum LogFlags {
 // lines reach standard error. A failed CHECK or LOG(FATAL) always prints its
 // condition and message to standard error and aborts.
 //
+// When standard error is the journal's stream (systemd's JOURNAL_STREAM
+// names it) and both syslog and standard error are asked for, each line is
+// written once, to standard error, as "<priority>file:line] message" (the
+// header part only with kLogHeader): the journal would otherwise get every
+// line from both.
+//
 // Call once at start-up, before anything logs. It sets glog's flag
 // variables directly, so it needs no command-line parsing before it; glog
 // flags parsed after it override it. A later call replaces the settings of

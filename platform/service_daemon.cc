@@ -2,6 +2,7 @@
 
 #include <glog/logging.h>
 #include <signal.h>
+#include <string.h>
 #include <sysexits.h>
 
 #include <utility>
@@ -31,6 +32,21 @@ int ServiceDaemon::Run() {
   CHECK(loop_->QuitOnSignal(SIGTERM, &error) &&
         loop_->QuitOnSignal(SIGINT, &error))
       << error->message();
+  // By default SIGHUP and SIGUSR1 end the process, and systemd counts an end
+  // by SIGHUP as a clean one that Restart=on-failure leaves alone: a
+  // reflexive `kill -HUP` would leave the device without its service. The
+  // service has nothing to reload, so they are said and ignored here, the
+  // same under any init system.
+  for (int signo : {SIGHUP, SIGUSR1, SIGUSR2}) {
+    CHECK(loop_->HandleSignal(
+        signo,
+        [signo] {
+          LOG(INFO) << "Ignoring SIG" << sigabbrev_np(signo)
+                    << ": nothing to reload";
+        },
+        &error))
+        << error->message();
+  }
 
   bus_ = Bus::ConnectSystemBus(loop_.get(), &error);
   if (!bus_) {

@@ -25,7 +25,8 @@ class ServiceDaemon {
   // Derived members go first, then the object manager, the bus and the loop.
   virtual ~ServiceDaemon();
 
-  // Creates the loop (ending on SIGTERM and SIGINT with 0), connects the
+  // Creates the loop (ending on SIGTERM and SIGINT with 0; SIGHUP, SIGUSR1
+  // and SIGUSR2 are logged and otherwise ignored), connects the
   // system bus, registers the object manager, calls
   // RegisterServiceObjects() once and claims the service name after every
   // handler of the sequencer has been called. Runs until the loop ends and

@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
@@ -13,6 +16,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -53,10 +57,15 @@ class AvdProcess {
 
   const SimDirectory& dir() const { return *dir_; }
 
-  void Start() {
+  void SetEnv(const std::string& name, const std::string& value) {
+    env_.push_back(name + "=" + value);
+  }
+  // Runs the daemon as the last argument of |wrapper|, if given.
+  void Start(std::vector<std::string> wrapper = {}) {
     const int log = open(dir_->avd_log().c_str(), O_WRONLY | O_CLOEXEC);
     avd_ = std::make_unique<ChildProcess>(event_);
-    EXPECT_TRUE(avd_->Start({AVD_BINARY}, EnvironmentWith(env_), -1, log,
+    wrapper.push_back(AVD_BINARY);
+    EXPECT_TRUE(avd_->Start(wrapper, EnvironmentWith(env_), -1, log,
                             [this](int status) { status_ = status; }, nullptr));
     close(log);
   }
@@ -103,6 +112,8 @@ class AvdStartupTest : public testing::Test {
   DbusDaemonFixture bus_;
 };
 
+// SIGHUP and SIGUSR1 come first: either of them ending the daemon would show
+// as death by that signal instead of the exit with 0.
 TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) {
   const struct {
     const char* name;
@@ -127,6 +138,8 @@ TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) 
 
     ASSERT_TRUE(avd.WaitUntil([&] { return avd.LightCalls().size() >= 4; }))
         << avd.Stderr();
+    avd.Signal(SIGHUP);
+    avd.Signal(SIGUSR1);
     avd.Signal(c.signo);
     const std::optional<int> status = avd.WaitForExit();
 
@@ -193,6 +206,59 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
                         "kNetworkCreationAudioFilename, &system_setup_audio_) "
                         "Failed to read file: " + clip));
   EXPECT_THAT(avd.LightCalls(), IsEmpty());
+}
+
+// Under systemd both syslog and standard error end in the journal, whose
+// stream systemd names in JOURNAL_STREAM. The daemon runs in a mount
+// namespace whose /dev is a directory of the test, with the nodes it needs
+// bound in and a socket of the test as syslog's /dev/log. Without the
+// variable the line goes to both, which shows that the socket works.
+TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
+  if (geteuid() != 0) GTEST_SKIP() << "a mount namespace needs root";
+  const std::regex line("Ignoring SIGHUP");
+  sd_bus* client = bus_.Connect();
+  ASSERT_NE(client, nullptr);
+  for (bool journal : {false, true}) {
+    SCOPED_TRACE(journal ? "journal" : "no journal");
+    TempDir dev;
+    for (const char* node : {"null", "zero", "urandom"}) dev.Write(node, "");
+    const int syslog = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    dev.Path("log").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(syslog, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    AvdProcess avd(bus_.address());
+    struct stat log {};
+    ASSERT_EQ(stat(avd.dir().avd_log().c_str(), &log), 0);
+    if (journal) {
+      avd.SetEnv("JOURNAL_STREAM", std::to_string(log.st_dev) + ":" +
+                                       std::to_string(log.st_ino));
+    }
+    avd.Start({"unshare", "--mount", "sh", "-c",
+               "for n in null zero urandom; do mount --bind /dev/$n $0/$n; done;"
+               " mount --bind $0 /dev && exec \"$@\"",
+               dev.path()});
+    ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
+
+    avd.Signal(SIGHUP);
+    avd.Signal(SIGTERM);
+    ASSERT_TRUE(avd.WaitForExit().has_value());
+
+    std::string syslogged;
+    char datagram[4096];
+    for (ssize_t n; (n = recv(syslog, datagram, sizeof(datagram), 0)) > 0;) {
+      syslogged.append(datagram, n).append("\n");
+    }
+    close(syslog);
+    const std::string out = avd.Stderr();
+    const auto count = [&](const std::string& text) {
+      return std::distance(std::sregex_iterator(text.begin(), text.end(), line),
+                           std::sregex_iterator());
+    };
+    EXPECT_EQ(count(out), 1) << out;
+    EXPECT_EQ(count(syslogged), journal ? 0 : 1) << syslogged;
+    EXPECT_EQ(out.find("<6>service_daemon.cc:") != std::string::npos, journal);
+  }
+  sd_bus_flush_close_unref(client);
 }
 
 // The init system restarts a daemon that ends: one without its bus must

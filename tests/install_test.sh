@@ -1,7 +1,9 @@
 #!/bin/sh
 # `cmake --install` of build directory $1 into a temporary DESTDIR gives a
 # device what it needs and nothing it has of its own (the stand-in
-# libraries), and the systemd unit passes `systemd-analyze verify` there.
+# libraries), the systemd unit passes `systemd-analyze verify` there, the
+# manual page formats without a warning, and avd reports the project's
+# version (the build's own: the installed one lacks the stand-ins).
 set -eu
 build=$1
 dest=$(mktemp -d)
@@ -12,8 +14,11 @@ prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
 for file in sbin/avd \
             share/dbus-1/system.d/org.tessaly.ap.AudioVisual.conf \
             share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Manager.xml \
+            share/dbus-1/system-services/org.tessaly.ap.AudioVisual.service \
+            share/man/man8/avd.8 \
             lib/systemd/system/avd.service \
-            lib/sysusers.d/avd.conf; do
+            lib/sysusers.d/avd.conf \
+            lib/udev/rules.d/60-avd.rules; do
   [ -f "$dest$prefix/$file" ] || { echo "not installed: $prefix/$file"; exit 1; }
 done
 find "$dest" -path '*/etc/init/avd.conf' | grep -q . ||
@@ -26,3 +31,10 @@ fi
 grep -q "^ExecStart=$prefix/sbin/avd\$" "$dest$prefix/lib/systemd/system/avd.service"
 systemd-analyze verify --root="$dest" --recursive-errors=no \
   "$dest$prefix/lib/systemd/system/avd.service"
+grep -qx "SystemdService=avd.service" \
+  "$dest$prefix/share/dbus-1/system-services/org.tessaly.ap.AudioVisual.service"
+warnings=$(groff -man -Tutf8 -ww -z "$dest$prefix/share/man/man8/avd.8" 2>&1)
+[ -z "$warnings" ] || { echo "avd.8: $warnings"; exit 1; }
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+[ "$("$build/av/avd" --version)" = "avd $version" ] ||
+  { echo "avd --version does not say $version"; exit 1; }
