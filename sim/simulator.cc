@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <sstream>
 #include <vector>
 
 #include "platform/event_loop.h"
@@ -36,6 +38,19 @@ int64_t MonotonicNs() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
+}
+
+// Whether |path| (looked up in PATH when it has no slash) can be run.
+bool Executable(const std::string& path) {
+  if (path.find('/') != std::string::npos) {
+    return access(path.c_str(), X_OK) == 0;
+  }
+  const char* dirs = getenv("PATH");
+  std::istringstream in(dirs ? dirs : "/usr/bin:/bin");
+  for (std::string dir; std::getline(in, dir, ':');) {
+    if (access((dir + "/" + path).c_str(), X_OK) == 0) return true;
+  }
+  return false;
 }
 
 int64_t WallUs() {
@@ -131,6 +146,7 @@ bool Simulator::StartBus(ErrorPtr* error) {
       },
       &bus_address_, error);
   if (!bus_daemon_) return false;
+  state_.bus_address = bus_address_;
   Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
          " address=" + bus_address_);
   return true;
@@ -210,6 +226,14 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
 }
 
 void Simulator::StartAvd() {
+  if (!Executable(options_.avd_path)) {
+    // Said here: the child's failed exec would only show as status 127.
+    Report("avd failed to start: " + options_.avd_path +
+           " is not an executable file");
+    daemon_failed_ = true;
+    Changed();
+    return;
+  }
   const SimDirectory& dir = *directory_;
   touch_fifo_.Drain();
   iio_fifo_.Drain();
@@ -228,31 +252,38 @@ void Simulator::StartAvd() {
   ErrorPtr error;
   const bool started = avd_->Start(
       {options_.avd_path}, EnvironmentWith(overrides), log_fd, log_fd,
-      [this](int status) {
-        // Lines the daemon wrote just before it ended come first.
-        watcher_->Poll();
-        Report("avd exited " + DescribeWaitStatus(status));
-        state_.avd_running = false;
-        state_.avd_ready = false;
-        state_.avd_pid = -1;
-        Changed();
-        if (restart_pending_) {
-          restart_pending_ = false;
-          stop_timer_.Stop();
-          // Not from inside the ended child's own callback.
-          loop_->PostTask([this] { StartAvd(); });
-        }
-      },
+      [this](int status) { OnAvdExited(status); },
       &error);
   if (log_fd >= 0) close(log_fd);
   if (!started) {
     Report("avd failed to start: " + error->message());
+    daemon_failed_ = true;
+    Changed();
     return;
   }
   state_.avd_running = true;
   state_.avd_pid = avd_->pid();
   Report("avd started pid=" + std::to_string(avd_->pid()));
   Changed();
+}
+
+void Simulator::OnAvdExited(int status) {
+  // Lines the daemon wrote just before it ended come first.
+  watcher_->Poll();
+  Report("avd exited " + DescribeWaitStatus(status) +
+         (restart_pending_ ? "" : ", unasked"));
+  state_.avd_running = false;
+  state_.avd_ready = false;
+  state_.avd_pid = -1;
+  Changed();
+  if (!restart_pending_) {
+    daemon_failed_ = true;
+    return;
+  }
+  restart_pending_ = false;
+  stop_timer_.Stop();
+  // Not from inside the ended child's own callback.
+  loop_->PostTask([this] { StartAvd(); });
 }
 
 void Simulator::StopAvd() {

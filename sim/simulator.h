@@ -45,6 +45,7 @@ struct SimState {
   bool avd_running = false;
   bool avd_ready = false;  // The daemon owns its service name.
   int avd_pid = -1;
+  std::string bus_address;
   uint32_t last_operation_id = 0;
   std::string last_sound;
   bool vpd_present = true;
@@ -100,6 +101,9 @@ class Simulator {
   // removes the directory. Safe to call more than once.
   void Shutdown();
   bool shut_down() const { return shut_down_; }
+  // The daemon ended (or could not start) without being asked to, at some
+  // time in the session.
+  bool daemon_failed() const { return daemon_failed_; }
 
   // What can happen to the simulated device (sim/commands.h has them as
   // text). Each reports "inject ..." and whatever follows.
@@ -147,7 +151,7 @@ class Simulator {
 
   const SimState& state() const { return state_; }
   // Null after Shutdown().
-  const SimDirectory* directory() const { return directory_.get(); }
+  SimDirectory* directory() const { return directory_.get(); }
 
  private:
   bool StartBus(ErrorPtr* error);
@@ -155,6 +159,7 @@ class Simulator {
   bool WatchFiles(ErrorPtr* error);
   void StartAvd();
   void StopAvd();
+  void OnAvdExited(int status);
   void Changed();
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
@@ -165,6 +170,7 @@ class Simulator {
   Observer* const observer_;
   SimState state_;
   bool shut_down_ = false;
+  bool daemon_failed_ = false;
 
   std::unique_ptr<SimDirectory> directory_;
   std::unique_ptr<SysfsBoard> sysfs_board_;
