@@ -19,12 +19,15 @@ using Words = std::vector<std::string>;
 
 // One command: its name, the forms of its arguments as help shows them and
 // what it does. |run| gets the words after the name and returns why they
-// are wrong, or an empty text when the command ran.
+// are wrong, or an empty text when the command ran. Without |run| the
+// usage lists the only words allowed ("a|b", or none) and |choose| gets
+// the index of the one given.
 struct Command {
   const char* name;
   const char* usage;
   const char* help;
   std::string (*run)(Simulator* sim, const Words& args);
+  void (*choose)(Simulator* sim, int choice) = nullptr;
 };
 
 std::string Trim(const std::string& text) {
@@ -66,13 +69,12 @@ std::string Expected(const std::string& choices) {
   return "expected one of " + text;
 }
 
-std::string SetFlag(Simulator* sim, const std::string& field, bool on,
-                    void (DeviceConfiguration::*set)(bool)) {
+void SetFlag(Simulator* sim, const std::string& field, bool on,
+             void (DeviceConfiguration::*set)(bool)) {
   sim->ChangeConfiguration(field + "=" + (on ? "1" : "0"),
                            [on, set](DeviceConfiguration* config) {
                              (config->*set)(on);
                            });
-  return "";
 }
 
 std::string Intensity(Simulator* sim, const Words& args) {
@@ -134,87 +136,52 @@ std::string Led(Simulator* sim, const Words& args) {
 }
 
 const Command kCommands[] = {
-    {"wave", "", "hand wave over the proximity sensor",
-     [](Simulator* sim, const Words&) {
-       sim->InjectWave();
-       return std::string();
-     }},
-    {"press", "", "one touch button press and release",
-     [](Simulator* sim, const Words&) {
-       sim->InjectPress();
-       return std::string();
-     }},
-    {"wan", "online|offline", "connection manager's ConnectionState",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "online|offline");
-       if (c < 0) return Expected("online|offline");
-       sim->SetWan(c == 0);
-       return std::string();
-     }},
+    {"wave", "", "hand wave over the proximity sensor", nullptr,
+     [](Simulator* sim, int) { sim->device()->InjectWave(); }},
+    {"press", "", "one touch button press and release", nullptr,
+     [](Simulator* sim, int) { sim->device()->InjectPress(); }},
+    {"wan", "online|offline", "connection manager's ConnectionState", nullptr,
+     [](Simulator* sim, int c) { sim->SetWan(c == 0); }},
     {"group", "failure|ok|root|nonroot|leave|join", "the group monitor",
-     [](Simulator* sim, const Words& args) {
-       return sim->SetGroup(Arg(args, 0))
-                  ? std::string()
-                  : Expected("failure|ok|root|nonroot|leave|join");
+     nullptr, [](Simulator* sim, int c) {
+       const char* const kWhat[] = {"failure", "ok",    "root",
+                                    "nonroot", "leave", "join"};
+       sim->SetGroup(kWhat[c]);
      }},
     {"setup", "completed|reset", "the controller's setup-completed flag",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "completed|reset");
-       if (c < 0) return Expected("completed|reset");
-       sim->SetSetupCompleted(c == 0);
-       return std::string();
-     }},
+     nullptr, [](Simulator* sim, int c) { sim->SetSetupCompleted(c == 0); }},
     {"intensity", "up|down|N", "light_intensity, N in 0..255", Intensity},
-    {"auto", "on|off", "enable_automatic_intensity",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "on|off");
-       if (c < 0) return Expected("on|off");
-       return SetFlag(sim, "enable_automatic_intensity", c == 0,
-                      &DeviceConfiguration::set_enable_automatic_intensity);
+    {"auto", "on|off", "enable_automatic_intensity", nullptr,
+     [](Simulator* sim, int c) {
+       SetFlag(sim, "enable_automatic_intensity", c == 0,
+               &DeviceConfiguration::set_enable_automatic_intensity);
      }},
-    {"bridge", "on|off", "enable_bridge_mode",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "on|off");
-       if (c < 0) return Expected("on|off");
-       return SetFlag(sim, "enable_bridge_mode", c == 0,
-                      &DeviceConfiguration::set_enable_bridge_mode);
+    {"bridge", "on|off", "enable_bridge_mode", nullptr,
+     [](Simulator* sim, int c) {
+       SetFlag(sim, "enable_bridge_mode", c == 0,
+               &DeviceConfiguration::set_enable_bridge_mode);
      }},
     {"default", "MAC SECONDS|none", "default_prioritized_device",
      DefaultDevice},
     {"ambient", "N|fail", "ambient light level, N in 0..255",
      [](Simulator* sim, const Words& args) {
-       int64_t level = 0;
-       if (Arg(args, 0) == "fail") {
-         level = -1;
-       } else if (!ParseNumber(Arg(args, 0), 0, 255, &level)) {
+       int64_t level = -1;
+       if (Arg(args, 0) != "fail" && !ParseNumber(Arg(args, 0), 0, 255, &level)) {
          return std::string("expected fail or N in 0..255");
        }
-       sim->SetAmbient(static_cast<int>(level));
+       sim->device()->SetAmbient(static_cast<int>(level));
        return std::string();
      }},
     {"audio", "down|up", "the audio server refuses connections, or not",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "down|up");
-       if (c < 0) return Expected("down|up");
-       sim->SetAudioDown(c == 0);
-       return std::string();
-     }},
+     nullptr, [](Simulator* sim, int c) { sim->device()->SetAudioDown(c == 0); }},
     {"vpd", "remove|restore",
      "the VPD cache (and the sensor's calibration)\ngoes away or comes back",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "remove|restore");
-       if (c < 0) return Expected("remove|restore");
-       sim->SetVpdCache(c == 1);
-       return std::string();
-     }},
+     nullptr, [](Simulator* sim, int c) { sim->device()->SetVpdCache(c == 1); }},
     {"op", "start|succeed|fail", "SetOperation* on the daemon's Manager",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "start|succeed|fail");
-       if (c < 0) return Expected("start|succeed|fail");
+     nullptr, [](Simulator* sim, int c) {
        if (c == 0) sim->StartOperation();
        if (c == 1) sim->SucceedOperation();
        if (c == 2) sim->FailOperation();
-       return std::string();
      }},
     {"led", "NAME VALUE SECONDS",
      "SetLedState on the daemon's Manager. NAME: vox\n"
@@ -223,35 +190,18 @@ const Command kCommands[] = {
      "in setup). SECONDS 0..4294967295, 0 ends it",
      Led},
     {"restart", "controller|group|connman|avd",
-     "a peer leaves the bus and comes back, or the\ndaemon restarts",
-     [](Simulator* sim, const Words& args) {
-       if (Arg(args, 0) == "avd") {
-         sim->RestartAvd();
-         return std::string();
-       }
-       return sim->RestartPeer(Arg(args, 0))
-                  ? std::string()
-                  : Expected("controller|group|connman|avd");
+     "a peer leaves the bus and comes back, or the\ndaemon restarts", nullptr,
+     [](Simulator* sim, int c) {
+       const char* const kPeers[] = {"controller", "group", "connman"};
+       if (c == 3) sim->RestartAvd();
+       else sim->RestartPeer(kPeers[c]);
      }},
     {"upstart", "hang|answer", "Upstart stops answering EmitEvent, or not",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "hang|answer");
-       if (c < 0) return Expected("hang|answer");
-       sim->SetUpstartAnswering(c == 1);
-       return std::string();
-     }},
-    {"wrongtypes", "", "the peers publish values of wrong types",
-     [](Simulator* sim, const Words&) {
-       sim->PublishWrongTypes();
-       return std::string();
-     }},
-    {"unplug", "touch|sensor", "the device goes away for good",
-     [](Simulator* sim, const Words& args) {
-       const int c = Choice(Arg(args, 0), "touch|sensor");
-       if (c < 0) return Expected("touch|sensor");
-       sim->Unplug(c == 0);
-       return std::string();
-     }},
+     nullptr, [](Simulator* sim, int c) { sim->SetUpstartAnswering(c == 1); }},
+    {"wrongtypes", "", "the peers publish values of wrong types", nullptr,
+     [](Simulator* sim, int) { sim->PublishWrongTypes(); }},
+    {"unplug", "touch|sensor", "the device goes away for good", nullptr,
+     [](Simulator* sim, int c) { sim->device()->Unplug(c == 0); }},
     {"flood", "N",
      "N malformed Manager calls (1..1000000) from a\nclient that leaves before the replies",
      [](Simulator* sim, const Words& args) {
@@ -321,7 +271,17 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
   }
   for (const Command& command : kCommands) {
     if (name != command.name) continue;
-    const std::string why = command.run(sim, args);
+    std::string why;
+    if (command.run) {
+      why = command.run(sim, args);
+    } else {
+      const int choice = *command.usage ? Choice(Arg(args, 0), command.usage) : 0;
+      if (choice < 0 || args.size() != (*command.usage ? 1u : 0u)) {
+        why = *command.usage ? Expected(command.usage) : "expected no arguments";
+      } else {
+        command.choose(sim, choice);
+      }
+    }
     if (why.empty()) return true;
     sim->Report("error " + Trim(command_line) + ": " + why);
     return false;

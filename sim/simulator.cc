@@ -18,26 +18,12 @@ namespace {
 
 constexpr char kDomain[] = "sim";
 constexpr int64_t kStopGraceUs = 5'000'000;
-// The touch button's key code: a WPS-style button.
-constexpr uint16_t kButtonKeyCode = 0x211;
-// Spacing of the two wave events by their timestamps.
-constexpr int64_t kWaveGapNs = 200'000'000;
-// The sensor's calibration attributes, as SimState::calibration holds them.
-constexpr const char* kSensorAttributes[] = {
-    "in_proximity_calibbias", "events/in_proximity_thresh_falling_value",
-    "events/in_proximity_thresh_rising_value"};
 
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string::npos) return "";
   const size_t end = text.find_last_not_of(" \t\r\n");
   return text.substr(begin, end - begin + 1);
-}
-
-int64_t MonotonicNs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
 }
 
 // Whether |path| (looked up in PATH when it has no slash) can be run.
@@ -51,12 +37,6 @@ bool Executable(const std::string& path) {
     if (access((dir + "/" + path).c_str(), X_OK) == 0) return true;
   }
   return false;
-}
-
-int64_t WallUs() {
-  timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
 }
 
 }  // namespace
@@ -121,9 +101,10 @@ bool Simulator::Start(ErrorPtr* error) {
     return false;
   }
 
-  if (!touch_fifo_.Open(directory_->touch_fifo(), error) ||
-      !iio_fifo_.Open(directory_->iio_event_fifo(), error) ||
-      !WatchFiles(error)) {
+  device_ = std::make_unique<DeviceControls>(
+      *directory_, sysfs_board_.get(), &state_,
+      [this](const std::string& line) { Report(line); }, [this] { Changed(); });
+  if (!device_->Open(error) || !WatchFiles(error)) {
     return false;
   }
   capture_sound_ =
@@ -235,8 +216,7 @@ void Simulator::StartAvd() {
     return;
   }
   const SimDirectory& dir = *directory_;
-  touch_fifo_.Drain();
-  iio_fifo_.Drain();
+  device_->Drain();
   std::vector<std::string> overrides =
       dir.DaemonEnvironment(bus_address_, options_.preload_path);
   if (capture_sound_) {
@@ -324,6 +304,7 @@ void Simulator::Shutdown() {
   avd_.reset();
   daemon_client_.reset();
   watcher_.reset();
+  device_.reset();
   sysfs_board_.reset();
   bus_daemon_.reset();
   directory_.reset();
@@ -345,17 +326,6 @@ void Simulator::SetLedState(const std::string& name, const std::string& value,
 }
 
 void Simulator::Quit() { loop_->Quit(0); }
-
-void Simulator::InjectWave() {
-  const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
-  Report(sent ? "inject wave" : "inject wave dropped: event FIFO full");
-}
-
-void Simulator::InjectPress() {
-  const bool sent =
-      touch_fifo_.Write(MakeButtonPressRecords(kButtonKeyCode, WallUs()));
-  Report(sent ? "inject press" : "inject press dropped: input FIFO full");
-}
 
 void Simulator::SetWan(bool online) {
   state_.wan_online = online;
@@ -424,64 +394,6 @@ void Simulator::SyncConfiguration() {
   Changed();
 }
 
-void Simulator::SetAmbient(int level) {
-  state_.ambient = level;
-  ErrorPtr board_error;
-  if (sysfs_board_ && !sysfs_board_->SetAmbient(level, &board_error)) {
-    Report("error " + board_error->message());
-  }
-  if (level < 0) {
-    unlink(directory_->ambient_file().c_str());
-    Report("inject ambient fail");
-  } else {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_->ambient_file(),
-                        std::to_string(level) + "\n", &error)) {
-      Report("error " + error->message());
-    }
-    Report("inject ambient " + std::to_string(level));
-  }
-  Changed();
-}
-
-void Simulator::SetVpdCache(bool present) {
-  const std::string cache = directory_->vpd_cache();
-  const std::string away = cache + ".removed";
-  if (present ? rename(away.c_str(), cache.c_str())
-              : rename(cache.c_str(), away.c_str())) {
-    Report(std::string("error the VPD cache is already ") +
-           (present ? "there" : "gone"));
-    return;
-  }
-  if (!present) {
-    // A fresh sensor, so that the next calibration shows.
-    ErrorPtr error;
-    for (const char* attribute : kSensorAttributes) {
-      if (!WriteWholeFile(directory_->iio_sysfs_dir() + "/" + attribute, "",
-                          &error)) {
-        Report("error " + error->message());
-      }
-    }
-  }
-  state_.vpd_present = present;
-  Report(std::string("inject vpd ") + (present ? "restore" : "remove"));
-  Changed();
-}
-
-void Simulator::SetAudioDown(bool down) {
-  state_.audio_down = down;
-  if (down) {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_->pavo_down_file(), "", &error)) {
-      Report("error " + error->message());
-    }
-  } else {
-    unlink(directory_->pavo_down_file().c_str());
-  }
-  Report(std::string("inject audio ") + (down ? "down" : "up"));
-  Changed();
-}
-
 bool Simulator::RestartPeer(const std::string& which) {
   ErrorPtr error;
   bool started = false;
@@ -508,11 +420,6 @@ bool Simulator::RestartPeer(const std::string& which) {
 void Simulator::SetUpstartAnswering(bool answering) {
   upstart_->set_answering(answering);
   Report(std::string("inject upstart ") + (answering ? "answer" : "hang"));
-}
-
-void Simulator::Unplug(bool touch) {
-  (touch ? touch_fifo_ : iio_fifo_).Close();
-  Report(std::string("inject unplug ") + (touch ? "touch" : "sensor"));
 }
 
 void Simulator::PublishWrongTypes() {

@@ -13,7 +13,7 @@
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
 #include "sim/daemon_client.h"
-#include "sim/device_inputs.h"
+#include "sim/device_controls.h"
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
@@ -107,8 +107,6 @@ class Simulator {
 
   // What can happen to the simulated device (sim/commands.h has them as
   // text). Each reports "inject ..." and whatever follows.
-  void InjectWave();
-  void InjectPress();
   void SetWan(bool online);
   // "failure", "ok", "root", "nonroot", "leave" or "join"; false for
   // anything else.
@@ -119,10 +117,6 @@ class Simulator {
   void ChangeConfiguration(
       const std::string& what,
       const std::function<void(DeviceConfiguration*)>& change);
-  // 0..255, or -1: the sensor reading fails.
-  void SetAmbient(int level);
-  void SetAudioDown(bool down);
-  void SetVpdCache(bool present);
   // "controller", "group" (the group monitor) or "connman" (the
   // connection manager) leaves the bus and comes back; false for another.
   bool RestartPeer(const std::string& which);
@@ -132,8 +126,6 @@ class Simulator {
   // values of the wrong D-Bus types; a client floods the Manager with
   // malformed calls and leaves before the replies.
   void SetUpstartAnswering(bool answering);
-  // The touch device or the proximity sensor goes away for good.
-  void Unplug(bool touch);
   void PublishWrongTypes();
   void Flood(int calls);
   // The daemon's Manager methods, called as another daemon would; the
@@ -150,6 +142,8 @@ class Simulator {
   void Report(const std::string& line);
 
   const SimState& state() const { return state_; }
+  // The device's own inputs; null before Start() and after Shutdown().
+  DeviceControls* device() const { return device_.get(); }
   // Null after Shutdown().
   SimDirectory* directory() const { return directory_.get(); }
 
@@ -182,8 +176,7 @@ class Simulator {
   std::unique_ptr<ConnectionManagerPeer> connection_manager_;
   std::unique_ptr<UpstartPeer> upstart_;
   std::unique_ptr<FileWatcher> watcher_;
-  FifoWriter touch_fifo_;
-  FifoWriter iio_fifo_;
+  std::unique_ptr<DeviceControls> device_;
   // Decided once at start: played sound goes to a file instead of the card.
   bool capture_sound_ = true;
   std::unique_ptr<ChildProcess> avd_;
