@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "sim/clips.h"
 
@@ -62,6 +63,15 @@ bool MakeFifo(const std::string& path, ErrorPtr* error) {
   return true;
 }
 
+// Whether |pid| no longer runs; a zombie (killed, not yet reaped) does not.
+bool Gone(pid_t pid) {
+  if (kill(pid, 0) != 0) return errno == ESRCH;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(stat)), {});
+  const size_t paren = text.rfind(')');
+  return paren != std::string::npos && text.compare(paren, 3, ") Z") == 0;
+}
+
 // Removes the directories under |parent| that simulators left when they
 // were killed: those whose owner's pid no longer runs.
 void RemoveOrphans(const std::string& parent) {
@@ -74,7 +84,7 @@ void RemoveOrphans(const std::string& parent) {
     const bool read = fgets(buffer, sizeof(buffer), file) != nullptr;
     fclose(file);
     const pid_t pid = read ? static_cast<pid_t>(atoi(buffer)) : 0;
-    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) {
+    if (pid > 0 && Gone(pid)) {
       std::filesystem::remove_all(entry.path(), ec);
     }
   }
