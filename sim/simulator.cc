@@ -17,26 +17,12 @@ namespace morvane::ap {
 namespace {
 
 constexpr char kDomain[] = "sim";
-constexpr int64_t kStopGraceUs = 5'000'000;
 
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string::npos) return "";
   const size_t end = text.find_last_not_of(" \t\r\n");
   return text.substr(begin, end - begin + 1);
-}
-
-// Whether |path| (looked up in PATH when it has no slash) can be run.
-bool Executable(const std::string& path) {
-  if (path.find('/') != std::string::npos) {
-    return access(path.c_str(), X_OK) == 0;
-  }
-  const char* dirs = getenv("PATH");
-  std::istringstream in(dirs ? dirs : "/usr/bin:/bin");
-  for (std::string dir; std::getline(in, dir, ':');) {
-    if (access((dir + "/" + path).c_str(), X_OK) == 0) return true;
-  }
-  return false;
 }
 
 }  // namespace
@@ -113,7 +99,23 @@ bool Simulator::Start(ErrorPtr* error) {
   Report(capture_sound_
              ? "audio output capture " + directory_->pavo_capture_file()
              : std::string("audio output card"));
-  StartAvd();
+  std::vector<std::string> overrides =
+      directory_->DaemonEnvironment(bus_address_, options_.preload_path);
+  if (capture_sound_) {
+    overrides.push_back("PAVO_CAPTURE=" + directory_->pavo_capture_file());
+  }
+  if (sysfs_board_) {
+    const std::vector<std::string> board = sysfs_board_->Environment();
+    overrides.insert(overrides.end(), board.begin(), board.end());
+  }
+  daemon_ = std::make_unique<DaemonProcess>(
+      loop_, options_.avd_path, EnvironmentWith(overrides),
+      directory_->avd_log(), &state_,
+      DaemonProcess::Hooks{[this](const std::string& l) { Report(l); },
+                           [this] { device_->Drain(); },
+                           [this] { if (watcher_) watcher_->Poll(); },
+                           [this] { Changed(); }});
+  daemon_->Start();
   Changed();
   return true;
 }
@@ -206,102 +208,22 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
   return true;
 }
 
-void Simulator::StartAvd() {
-  if (!Executable(options_.avd_path)) {
-    // Said here: the child's failed exec would only show as status 127.
-    Report("avd failed to start: " + options_.avd_path +
-           " is not an executable file");
-    daemon_failed_ = true;
-    Changed();
-    return;
-  }
-  const SimDirectory& dir = *directory_;
-  device_->Drain();
-  std::vector<std::string> overrides =
-      dir.DaemonEnvironment(bus_address_, options_.preload_path);
-  if (capture_sound_) {
-    overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
-  }
-  if (sysfs_board_) {
-    const std::vector<std::string> board = sysfs_board_->Environment();
-    overrides.insert(overrides.end(), board.begin(), board.end());
-  }
-  const int log_fd = open(dir.avd_log().c_str(),
-                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  avd_ = std::make_unique<ChildProcess>(loop_->event());
-  ErrorPtr error;
-  const bool started = avd_->Start(
-      {options_.avd_path}, EnvironmentWith(overrides), log_fd, log_fd,
-      [this](int status) { OnAvdExited(status); },
-      &error);
-  if (log_fd >= 0) close(log_fd);
-  if (!started) {
-    Report("avd failed to start: " + error->message());
-    daemon_failed_ = true;
-    Changed();
-    return;
-  }
-  state_.avd_running = true;
-  state_.avd_pid = avd_->pid();
-  Report("avd started pid=" + std::to_string(avd_->pid()));
-  Changed();
-}
-
-void Simulator::OnAvdExited(int status) {
-  // Lines the daemon wrote just before it ended come first.
-  watcher_->Poll();
-  Report("avd exited " + DescribeWaitStatus(status) +
-         (restart_pending_ ? "" : ", unasked"));
-  state_.avd_running = false;
-  state_.avd_ready = false;
-  state_.avd_pid = -1;
-  Changed();
-  if (!restart_pending_) {
-    daemon_failed_ = true;
-    return;
-  }
-  restart_pending_ = false;
-  stop_timer_.Stop();
-  // Not from inside the ended child's own callback.
-  loop_->PostTask([this] { StartAvd(); });
-}
-
-void Simulator::StopAvd() {
-  if (!avd_ || !avd_->running()) return;
-  const int status = avd_->Stop(kStopGraceUs);
-  if (watcher_) watcher_->Poll();
-  Report("avd exited " + DescribeWaitStatus(status));
-  state_.avd_running = false;
-  state_.avd_ready = false;
-  state_.avd_pid = -1;
-  Changed();
-}
-
 void Simulator::RestartAvd() {
   Report("inject restart avd");
-  if (!avd_ || !avd_->running()) {
-    StartAvd();
-    return;
-  }
-  // The peers keep serving while the daemon ends: it may be waiting on one
-  // of them. Its end starts the next one.
-  restart_pending_ = true;
-  avd_->Signal(SIGTERM);
-  stop_timer_.Start(kStopGraceUs, [this] { avd_->Signal(SIGKILL); });
+  daemon_->Restart();
 }
 
 void Simulator::Shutdown() {
   if (shut_down_) return;
   shut_down_ = true;
-  stop_timer_.Stop();
   // The peers go first: a daemon blocked on a call to one of them gets its
   // answer (an error) and can end.
   upstart_.reset();
   connection_manager_.reset();
   group_monitor_.reset();
   controller_.reset();
-  StopAvd();
-  avd_.reset();
+  // Kept, stopped, for daemon_failed().
+  if (daemon_) daemon_->Stop();
   daemon_client_.reset();
   watcher_.reset();
   device_.reset();

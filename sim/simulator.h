@@ -13,6 +13,7 @@
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
 #include "sim/daemon_client.h"
+#include "sim/daemon_process.h"
 #include "sim/device_controls.h"
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
@@ -103,7 +104,7 @@ class Simulator {
   bool shut_down() const { return shut_down_; }
   // The daemon ended (or could not start) without being asked to, at some
   // time in the session.
-  bool daemon_failed() const { return daemon_failed_; }
+  bool daemon_failed() const { return daemon_ && daemon_->failed(); }
 
   // What can happen to the simulated device (sim/commands.h has them as
   // text). Each reports "inject ..." and whatever follows.
@@ -151,9 +152,6 @@ class Simulator {
   bool StartBus(ErrorPtr* error);
   bool ConnectDaemonClient(ErrorPtr* error);
   bool WatchFiles(ErrorPtr* error);
-  void StartAvd();
-  void StopAvd();
-  void OnAvdExited(int status);
   void Changed();
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
@@ -164,7 +162,6 @@ class Simulator {
   Observer* const observer_;
   SimState state_;
   bool shut_down_ = false;
-  bool daemon_failed_ = false;
 
   std::unique_ptr<SimDirectory> directory_;
   std::unique_ptr<SysfsBoard> sysfs_board_;
@@ -179,10 +176,7 @@ class Simulator {
   std::unique_ptr<DeviceControls> device_;
   // Decided once at start: played sound goes to a file instead of the card.
   bool capture_sound_ = true;
-  std::unique_ptr<ChildProcess> avd_;
-  // A restart waits for the daemon to end; it is killed if it lingers.
-  bool restart_pending_ = false;
-  OneShotTimer stop_timer_{loop_};
+  std::unique_ptr<DaemonProcess> daemon_;
 };
 
 }  // namespace morvane::ap
