@@ -6,6 +6,7 @@
 #include <zlib.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -32,6 +33,12 @@ struct Image {
   }
 };
 
+uint32_t BigEndian(const std::string& bytes, size_t at) {
+  uint32_t value;
+  memcpy(&value, bytes.data() + at, sizeof(value));
+  return ntohl(value);
+}
+
 Image ReadPng(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   const std::string file((std::istreambuf_iterator<char>(in)), {});
@@ -39,12 +46,12 @@ Image ReadPng(const std::string& path) {
   std::string idat;
   int channels = 0;
   for (size_t at = 8; at + 12 <= file.size();) {
-    const uint32_t length = ntohl(*reinterpret_cast<const uint32_t*>(&file[at]));
+    const uint32_t length = BigEndian(file, at);
     const std::string type = file.substr(at + 4, 4);
     const std::string data = file.substr(at + 8, length);
     if (type == "IHDR") {
-      image.width = ntohl(*reinterpret_cast<const uint32_t*>(&data[0]));
-      image.height = ntohl(*reinterpret_cast<const uint32_t*>(&data[4]));
+      image.width = BigEndian(data, 0);
+      image.height = BigEndian(data, 4);
       channels = data[8] != 8 ? 0 : data[9] == 2 ? 3 : data[9] == 6 ? 4 : 0;
     }
     if (type == "IDAT") idat += data;
