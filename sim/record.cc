@@ -46,7 +46,7 @@ void Record::OnLine(const std::string& line) {
   if (state_) {
     const SimState& s = *state_;
     entry.device = {s.light_state, s.brightness, s.wan_online,
-                    s.group_joined && !s.is_root && !s.connected_to_root,
+                    s.group_failure(),
                     !s.setup_completed};
   }
   entries_.push_back(entry);

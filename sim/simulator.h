@@ -57,6 +57,11 @@ struct SimState {
   // ring's mode, read from the LED attributes; empty otherwise.
   std::vector<uint32_t> ring_colours;
   std::string ring_mode;
+
+  // A non-root access point that lost its root, with the monitor there.
+  bool group_failure() const {
+    return group_joined && !is_root && !connected_to_root;
+  }
 };
 
 // The whole simulated device: a private bus, the sysroot, the peers, the

@@ -136,8 +136,7 @@ std::string RenderFrame(const SimState& s, const std::deque<std::string>& log_,
   const std::string name =
       !s.ring_mode.empty()
           ? s.ring_mode
-          : StateName(s.light_state, s.wan_online && s.group_joined &&
-                                         !s.is_root && !s.connected_to_root);
+          : StateName(s.light_state, s.wan_online && s.group_failure());
   rows[cy].Put(cx - static_cast<int>(name.size()) / 2, name);
   const std::string level =
       s.brightness < 0 ? "brightness ?" : "brightness " + std::to_string(s.brightness);
