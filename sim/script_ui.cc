@@ -45,11 +45,10 @@ void ScriptUi::Start(Simulator* simulator, Record* record) {
   record_ = record;
   // A file cannot be watched, and never blocks: it is read whole.
   struct stat st {};
-  if (fstat(STDIN_FILENO, &st) == 0 && S_ISREG(st.st_mode)) {
-    while (ReadInput()) {
-    }
-  } else {
+  if (fstat(STDIN_FILENO, &st) != 0 || !S_ISREG(st.st_mode)) {
     watch_ = loop_->WatchReadable(STDIN_FILENO, [this] { OnReadable(); });
+  }
+  while (!watch_ && ReadInput()) {
   }
   const SimState& s = simulator_->state();
   if (s.avd_ready || !s.avd_running) {
