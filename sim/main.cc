@@ -153,6 +153,7 @@ int Main(bool script) {
     }
     if (FLAGS_keep) record.OnLine("kept " + dir);
     if (code == 0 && simulator.daemon_failed()) code = kExitDaemonFailed;
+    record.Follow(nullptr);  // The state goes with the simulator.
   }
   if (code == 0 && script_ui && script_ui->failed()) code = kExitCommandFailed;
   record.OnLine("bye");
