@@ -118,6 +118,8 @@ class Picture {
     body_ += buffer;
   }
 
+  void Raw(const std::string& text) { body_ += text; }
+
   std::string Finish() const {
     const int height = RowTop(std::size(kRowNames)) + 10;
     char head[256];
@@ -227,9 +229,9 @@ void DrawLight(Picture& p, const std::vector<TimelineEntry>& entries) {
   }
   p.Rect(kTimelineLeft, p.X(p.end_ms()), kBrightnessTop + kBrightnessHeight, 1,
          "#bbbbbb");
-  p.Printf("<polyline points=\"%s\" fill=\"none\" stroke=\"#d08000\" "
-           "stroke-width=\"2\"/>\n",
-           points.c_str());
+  // Any length: not through Printf's buffer.
+  p.Raw("<polyline points=\"" + points +
+        "\" fill=\"none\" stroke=\"#d08000\" stroke-width=\"2\"/>\n");
 }
 
 void DrawWorld(Picture& p, const std::vector<TimelineEntry>& entries) {
