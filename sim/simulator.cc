@@ -18,11 +18,9 @@ namespace {
 
 constexpr char kDomain[] = "sim";
 
-std::string Trim(const std::string& text) {
-  const size_t begin = text.find_first_not_of(" \t\r\n");
-  if (begin == std::string::npos) return "";
-  const size_t end = text.find_last_not_of(" \t\r\n");
-  return text.substr(begin, end - begin + 1);
+// An attribute's content without its line end.
+std::string Content(const std::string& text) {
+  return text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
 }
 
 }  // namespace
@@ -197,8 +195,8 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
     if (!watcher_->WatchContent(
             dir.iio_sysfs_dir() + "/" + name,
             [this, name, i](const std::string& content) {
-              Report("sysfs " + name + " " + Trim(content));
-              state_.calibration[i] = Trim(content);
+              Report("sysfs " + name + " " + Content(content));
+              state_.calibration[i] = Content(content);
               Changed();
             },
             error)) {
