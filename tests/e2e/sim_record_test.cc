@@ -107,6 +107,13 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
   SimProcess sim;
   ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY,
                         {"--timeline=" + svg, "--keep"}));
+  const std::optional<size_t> sim_dir = sim.WaitForPrefix("sim dir ");
+  ASSERT_TRUE(sim_dir) << sim.Transcript();
+  // Kept by the simulator, removed by the test however it ends.
+  struct Kept {
+    std::string dir;
+    ~Kept() { std::filesystem::remove_all(dir); }
+  } kept{sim.lines()[*sim_dir].substr(8)};
   for (const char* command :
        {"wan online", "wait \"light state 1\"", "sleep 1500", "group failure",
         "wait \"light state 2\"", "sleep 1500", "op start", "wait \"light state 6\"",
@@ -115,9 +122,8 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
     sim.Send(command);
   }
   ASSERT_EQ(sim.WaitForExit(30'000), std::optional<int>(0)) << sim.Transcript();
-  const std::string dir = sim.lines()[*sim.WaitForPrefix("kept ")].substr(5);
-  const auto events = ReadEvents(dir + "/events.log");
-  std::filesystem::remove_all(dir);
+  ASSERT_TRUE(sim.WaitForLine("kept " + kept.dir)) << sim.Transcript();
+  const auto events = ReadEvents(kept.dir + "/events.log");
   ASSERT_EQ(system(("timeout 30 rsvg-convert -o " + png + " " + svg).c_str()), 0);
   const Image image = ReadPng(png);
   ASSERT_EQ(image.width, unsigned(kTimelineLeft + kTimelineWidth) + 110);
