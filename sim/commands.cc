@@ -1,10 +1,11 @@
 #include "sim/commands.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <regex>
 #include <sstream>
+#include <vector>
 
 #include "common/storage.pb.h"
 #include "sim/simulator.h"
@@ -13,6 +14,21 @@ namespace morvane::ap {
 namespace {
 
 constexpr int kIntensityStep = 10;
+
+using Words = std::vector<std::string>;
+
+// One command: its name, the forms of its arguments as help shows them and
+// what it does. |run| gets the words after the name and returns why they
+// are wrong, or an empty text when the command ran. Without |run| the
+// usage lists the only words allowed ("a|b", or none) and |choose| gets
+// the index of the one given.
+struct Command {
+  const char* name;
+  const char* usage;
+  const char* help;
+  std::string (*run)(Simulator* sim, const Words& args);
+  void (*choose)(Simulator* sim, int choice) = nullptr;
+};
 
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
@@ -33,144 +49,245 @@ bool ParseNumber(const std::string& text, int64_t min, int64_t max,
   return true;
 }
 
+std::string Arg(const Words& args, size_t i) {
+  return i < args.size() ? args[i] : "";
+}
+
+// Which of "a|b|c" |word| is; -1 when none.
+int Choice(const std::string& word, const std::string& choices) {
+  std::istringstream in(choices);
+  int i = 0;
+  for (std::string choice; std::getline(in, choice, '|'); ++i) {
+    if (choice == word) return i;
+  }
+  return -1;
+}
+
+std::string Expected(const std::string& choices) {
+  std::string text = choices;
+  std::replace(text.begin(), text.end(), '|', ',');
+  return "expected one of " + text;
+}
+
+void SetFlag(Simulator* sim, const std::string& field, bool on,
+             void (DeviceConfiguration::*set)(bool)) {
+  sim->ChangeConfiguration(field + "=" + (on ? "1" : "0"),
+                           [on, set](DeviceConfiguration* config) {
+                             (config->*set)(on);
+                           });
+}
+
+std::string Intensity(Simulator* sim, const Words& args) {
+  const std::string arg = Arg(args, 0);
+  int64_t number = 0;
+  const int now = sim->state().light_intensity;
+  if (arg == "up") {
+    number = std::min(100, now + kIntensityStep);
+  } else if (arg == "down") {
+    number = std::max(0, now - kIntensityStep);
+  } else if (!ParseNumber(arg, 0, 255, &number)) {
+    return "expected up, down or N in 0..255";
+  }
+  const int percent = static_cast<int>(number);
+  sim->ChangeConfiguration("light_intensity=" + std::to_string(percent),
+                           [percent](DeviceConfiguration* config) {
+                             config->set_light_intensity(percent);
+                           });
+  return "";
+}
+
+std::string DefaultDevice(Simulator* sim, const Words& args) {
+  if (args.size() == 1 && args[0] == "none") {
+    sim->ChangeConfiguration("default_prioritized_device=none",
+                             [](DeviceConfiguration* config) {
+                               config->clear_default_prioritized_device();
+                             });
+    return "";
+  }
+  static const std::regex kMac("([0-9a-fA-F]{2}:){5}[0-9a-fA-F]{2}");
+  int64_t seconds = 0;
+  if (args.size() != 2 || !std::regex_match(args[0], kMac)) {
+    return "expected none, or a MAC address like 02:00:00:5e:00:01 and "
+           "SECONDS";
+  }
+  if (!ParseNumber(args[1], 0, INT32_MAX, &seconds)) {
+    return "SECONDS must be 0..2147483647";
+  }
+  const std::string mac = args[0];
+  sim->ChangeConfiguration(
+      "default_prioritized_device=" + mac + " " + args[1],
+      [mac, seconds](DeviceConfiguration* config) {
+        config->mutable_default_prioritized_device()->set_mac_address(mac);
+        config->mutable_default_prioritized_device()->set_expiration_time(
+            static_cast<int32_t>(seconds));
+      });
+  return "";
+}
+
+std::string Led(Simulator* sim, const Words& args) {
+  int64_t seconds = 0;
+  if (args.size() != 3) return "expected NAME VALUE SECONDS";
+  if (!ParseNumber(args[2], 0, UINT32_MAX, &seconds)) {
+    return "SECONDS must be 0..4294967295";
+  }
+  // Other names go to the daemon too, which refuses them.
+  sim->SetLedState(args[0], args[1], static_cast<uint32_t>(seconds));
+  return "";
+}
+
+const Command kCommands[] = {
+    {"wave", "", "hand wave over the proximity sensor", nullptr,
+     [](Simulator* sim, int) { sim->device()->InjectWave(); }},
+    {"press", "", "one touch button press and release", nullptr,
+     [](Simulator* sim, int) { sim->device()->InjectPress(); }},
+    {"wan", "online|offline", "connection manager's ConnectionState", nullptr,
+     [](Simulator* sim, int c) { sim->SetWan(c == 0); }},
+    {"group", "failure|ok|root|nonroot|leave|join", "the group monitor",
+     nullptr, [](Simulator* sim, int c) {
+       const char* const kWhat[] = {"failure", "ok",    "root",
+                                    "nonroot", "leave", "join"};
+       sim->SetGroup(kWhat[c]);
+     }},
+    {"setup", "completed|reset", "the controller's setup-completed flag",
+     nullptr, [](Simulator* sim, int c) { sim->SetSetupCompleted(c == 0); }},
+    {"intensity", "up|down|N", "light_intensity, N in 0..255", Intensity},
+    {"auto", "on|off", "enable_automatic_intensity", nullptr,
+     [](Simulator* sim, int c) {
+       SetFlag(sim, "enable_automatic_intensity", c == 0,
+               &DeviceConfiguration::set_enable_automatic_intensity);
+     }},
+    {"bridge", "on|off", "enable_bridge_mode", nullptr,
+     [](Simulator* sim, int c) {
+       SetFlag(sim, "enable_bridge_mode", c == 0,
+               &DeviceConfiguration::set_enable_bridge_mode);
+     }},
+    {"default", "MAC SECONDS|none", "default_prioritized_device",
+     DefaultDevice},
+    {"ambient", "N|fail", "ambient light level, N in 0..255",
+     [](Simulator* sim, const Words& args) {
+       int64_t level = -1;
+       if (Arg(args, 0) != "fail" && !ParseNumber(Arg(args, 0), 0, 255, &level)) {
+         return std::string("expected fail or N in 0..255");
+       }
+       sim->device()->SetAmbient(static_cast<int>(level));
+       return std::string();
+     }},
+    {"audio", "down|up", "the audio server refuses connections, or not",
+     nullptr, [](Simulator* sim, int c) { sim->device()->SetAudioDown(c == 0); }},
+    {"vpd", "remove|restore",
+     "the VPD cache (and the sensor's calibration)\ngoes away or comes back",
+     nullptr, [](Simulator* sim, int c) { sim->device()->SetVpdCache(c == 1); }},
+    {"op", "start|succeed|fail", "SetOperation* on the daemon's Manager",
+     nullptr, [](Simulator* sim, int c) {
+       if (c == 0) sim->StartOperation();
+       if (c == 1) sim->SucceedOperation();
+       if (c == 2) sim->FailOperation();
+     }},
+    {"led", "NAME VALUE SECONDS",
+     "SetLedState on the daemon's Manager. NAME: vox\n"
+     "(VALUE in_progress; completed plays the\n"
+     "transition) or setup_activity (any VALUE, shown\n"
+     "in setup). SECONDS 0..4294967295, 0 ends it",
+     Led},
+    {"restart", "controller|group|connman|avd",
+     "a peer leaves the bus and comes back, or the\ndaemon restarts", nullptr,
+     [](Simulator* sim, int c) {
+       const char* const kPeers[] = {"controller", "group", "connman"};
+       if (c == 3) sim->RestartAvd();
+       else sim->RestartPeer(kPeers[c]);
+     }},
+    {"upstart", "hang|answer", "Upstart stops answering EmitEvent, or not",
+     nullptr, [](Simulator* sim, int c) { sim->SetUpstartAnswering(c == 1); }},
+    {"wrongtypes", "", "the peers publish values of wrong types", nullptr,
+     [](Simulator* sim, int) { sim->PublishWrongTypes(); }},
+    {"unplug", "touch|sensor", "the device goes away for good", nullptr,
+     [](Simulator* sim, int c) { sim->device()->Unplug(c == 0); }},
+    {"flood", "N",
+     "N malformed Manager calls (1..1000000) from a\nclient that leaves before the replies",
+     [](Simulator* sim, const Words& args) {
+       int64_t calls = 0;
+       if (!ParseNumber(Arg(args, 0), 1, 1'000'000, &calls)) {
+         return std::string("N must be 1..1000000");
+       }
+       sim->Flood(static_cast<int>(calls));
+       return std::string();
+     }},
+};
+
+// What script mode adds (sim/script_ui.h), listed with the rest.
+constexpr char kScriptHelp[] =
+    "  wait ready [SECONDS]       until the daemon is on the bus\n"
+    "  wait PATTERN [SECONDS]     until an output line contains PATTERN\n"
+    "                             (quote it when it has spaces); 10 s\n"
+    "  sleep MS                   pauses the script, MS in 0..600000\n"
+    "  timeline FILE.svg          writes the session's timeline\n"
+    "  echo TEXT                  prints \"echo TEXT\"\n"
+    "  help, quit                 quit lets what is under way arrive\n";
+
 }  // namespace
 
-const char kCommandHelp[] =
-    "commands:\n"
-    "  wave                      hand wave over the proximity sensor\n"
-    "  press                     one touch button press and release\n"
-    "  wan online|offline        connection manager's ConnectionState\n"
-    "  group failure|ok|root|nonroot|leave|join\n"
-    "  setup completed|reset     the controller's setup-completed flag\n"
-    "  intensity up|down|N       light_intensity (N up to 255) via the "
-    "controller\n"
-    "  auto on|off               enable_automatic_intensity\n"
-    "  bridge on|off             enable_bridge_mode\n"
-    "  default MAC SECONDS|none  default_prioritized_device\n"
-    "  ambient N|fail            ambient light level 0..255\n"
-    "  audio down|up             the audio server refuses connections\n"
-    "  vpd remove|restore        the VPD cache goes away (and the sensor's\n"
-    "                            calibration with it) or comes back\n"
-    "  op start|succeed|fail     SetOperation* on the daemon's Manager\n"
-    "  led NAME VALUE SECONDS    SetLedState on the daemon's Manager\n"
-    "  restart controller|group|connman|avd\n"
-    "                            a peer leaves the bus and comes back, or\n"
-    "                            the daemon restarts\n"
-    "  upstart hang|answer       Upstart stops answering EmitEvent, or not\n"
-    "  wrongtypes                the peers publish values of wrong types\n"
-    "  unplug touch|sensor       the device goes away for good\n"
-    "  flood N                   N malformed Manager calls from a client\n"
-    "                            that leaves before the replies\n"
-    "  echo TEXT                 prints \"echo TEXT\"\n"
-    "  help, quit\n";
-
+std::string CommandHelp() {
+  std::string text = "commands:\n";
+  for (const Command& command : kCommands) {
+    const std::string head = std::string(command.name) +
+                             (*command.usage ? " " : "") + command.usage;
+    std::istringstream help(command.help);
+    std::string line;
+    std::getline(help, line);
+    // A long form gets a row of its own.
+    text += "  " + head +
+            (head.size() > 26 ? "\n" + std::string(29, ' ')
+                              : std::string(27 - head.size(), ' ')) +
+            line + "\n";
+    while (std::getline(help, line)) text += std::string(29, ' ') + line + "\n";
+  }
+  return text + kScriptHelp;
+}
 
 bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
   std::istringstream in(command_line);
-  std::string command;
-  std::string arg;
-  in >> command >> arg;
-  std::string rest;
-  std::getline(in >> std::ws, rest);
-  int64_t number = 0;
+  std::string name;
+  in >> name;
+  Words args;
+  for (std::string word; in >> word;) args.push_back(word);
 
-  if (command.empty() || command[0] == '#') return true;
-  if (sim->shut_down() && command != "quit") {
+  if (name.empty() || name[0] == '#') return true;
+  if (sim->shut_down() && name != "quit") {
     sim->Report("error simulator is shut down");
     return false;
   }
-  if (command == "wave") {
-    sim->InjectWave();
-  } else if (command == "press") {
-    sim->InjectPress();
-  } else if (command == "wan" && (arg == "online" || arg == "offline")) {
-    sim->SetWan(arg == "online");
-  } else if (command == "group" && sim->SetGroup(arg)) {
-  } else if (command == "setup" && (arg == "completed" || arg == "reset")) {
-    sim->SetSetupCompleted(arg == "completed");
-  } else if (command == "intensity" &&
-             (arg == "up" || arg == "down" || ParseNumber(arg, 0, 255, &number))) {
-    const int percent =
-        arg == "up"     ? std::min(100, sim->state().light_intensity + kIntensityStep)
-        : arg == "down" ? std::max(0, sim->state().light_intensity - kIntensityStep)
-                        : static_cast<int>(number);
-    sim->ChangeConfiguration("light_intensity=" + std::to_string(percent),
-                        [percent](DeviceConfiguration* config) {
-                          config->set_light_intensity(percent);
-                        });
-  } else if (command == "auto" && (arg == "on" || arg == "off")) {
-    sim->ChangeConfiguration("enable_automatic_intensity=" +
-                            std::string(arg == "on" ? "1" : "0"),
-                        [on = arg == "on"](DeviceConfiguration* config) {
-                          config->set_enable_automatic_intensity(on);
-                        });
-  } else if (command == "bridge" && (arg == "on" || arg == "off")) {
-    sim->ChangeConfiguration("enable_bridge_mode=" +
-                            std::string(arg == "on" ? "1" : "0"),
-                        [on = arg == "on"](DeviceConfiguration* config) {
-                          config->set_enable_bridge_mode(on);
-                        });
-  } else if (command == "default" && arg == "none") {
-    sim->ChangeConfiguration("default_prioritized_device=none",
-                        [](DeviceConfiguration* config) {
-                          config->clear_default_prioritized_device();
-                        });
-  } else if (command == "default" && !arg.empty() &&
-             ParseNumber(rest, 0, INT32_MAX, &number)) {
-    sim->ChangeConfiguration(
-        "default_prioritized_device=" + arg + " " + rest,
-        [arg, number](DeviceConfiguration* config) {
-          config->mutable_default_prioritized_device()->set_mac_address(arg);
-          config->mutable_default_prioritized_device()->set_expiration_time(
-              static_cast<int32_t>(number));
-        });
-  } else if (command == "ambient" && arg == "fail") {
-    sim->SetAmbient(-1);
-  } else if (command == "ambient" && ParseNumber(arg, 0, 255, &number)) {
-    sim->SetAmbient(static_cast<int>(number));
-  } else if (command == "vpd" && (arg == "remove" || arg == "restore")) {
-    sim->SetVpdCache(arg == "restore");
-  } else if (command == "audio" && (arg == "down" || arg == "up")) {
-    sim->SetAudioDown(arg == "down");
-  } else if (command == "op" && arg == "start") {
-    sim->StartOperation();
-  } else if (command == "op" && arg == "succeed") {
-    sim->SucceedOperation();
-  } else if (command == "op" && arg == "fail") {
-    sim->FailOperation();
-  } else if (command == "led" && !arg.empty()) {
-    std::istringstream args(rest);
-    std::string value;
-    std::string seconds;
-    args >> value >> seconds;
-    if (!ParseNumber(seconds, 0, UINT32_MAX, &number)) {
-      sim->Report("error usage: led NAME VALUE SECONDS");
-      return false;
-    }
-    sim->SetLedState(arg, value, static_cast<uint32_t>(number));
-  } else if (command == "restart" && arg != "avd" && sim->RestartPeer(arg)) {
-  } else if (command == "upstart" && (arg == "hang" || arg == "answer")) {
-    sim->SetUpstartAnswering(arg == "answer");
-  } else if (command == "unplug" && (arg == "touch" || arg == "sensor")) {
-    sim->Unplug(arg == "touch");
-  } else if (command == "wrongtypes") {
-    sim->PublishWrongTypes();
-  } else if (command == "flood" && ParseNumber(arg, 1, 1'000'000, &number)) {
-    sim->Flood(static_cast<int>(number));
-  } else if (command == "restart" && arg == "avd") {
-    sim->RestartAvd();
-  } else if (command == "echo") {
-    sim->Report(Trim("echo " + arg + " " + rest));
-  } else if (command == "help") {
-    std::istringstream help(kCommandHelp);
+  if (name == "echo") {
+    sim->Report(Trim(command_line));
+    return true;
+  }
+  if (name == "help") {
+    std::istringstream help(CommandHelp());
     for (std::string line; std::getline(help, line);) sim->Report(line);
-  } else if (command == "quit") {
+    return true;
+  }
+  if (name == "quit") {
     sim->Quit();
-  } else {
-    sim->Report("error unknown command: " + Trim(command_line));
+    return true;
+  }
+  for (const Command& command : kCommands) {
+    if (name != command.name) continue;
+    std::string why;
+    if (command.run) {
+      why = command.run(sim, args);
+    } else {
+      const int choice = *command.usage ? Choice(Arg(args, 0), command.usage) : 0;
+      if (choice < 0 || args.size() != (*command.usage ? 1u : 0u)) {
+        why = *command.usage ? Expected(command.usage) : "expected no arguments";
+      } else {
+        command.choose(sim, choice);
+      }
+    }
+    if (why.empty()) return true;
+    sim->Report("error " + Trim(command_line) + ": " + why);
     return false;
   }
-  return true;
+  sim->Report("error unknown command: " + Trim(command_line));
+  return false;
 }
 
 }  // namespace morvane::ap

@@ -9,12 +9,13 @@ class Simulator;
 
 // The simulator's command language: what script mode reads line by line and
 // what the terminal view's keys produce, e.g. "wan online", "intensity 70",
-// "led vox in_progress 30". kCommandHelp lists the commands.
-extern const char kCommandHelp[];
+// "led vox in_progress 30". CommandHelp() lists them, with script mode's.
+std::string CommandHelp();
 
 // Runs one command line on |simulator|. An empty line or a "#" comment does
-// nothing. Reports "error ..." and returns false for a line it does not
-// know or a simulator already shut down; "quit" ends the loop.
+// nothing. Reports "error ..." (for a known command with what its arguments
+// must be) and returns false for a line it cannot run or a simulator already
+// shut down; "quit" ends the loop at once.
 bool ExecuteCommand(Simulator* simulator, const std::string& line);
 
 }  // namespace morvane::ap

@@ -12,6 +12,7 @@
 
 #include "platform/command_line.h"
 #include "platform/event_loop.h"
+#include "sim/record.h"
 #include "sim/script_ui.h"
 #include "sim/simulator.h"
 #include "sim/terminal_ui.h"
@@ -35,12 +36,29 @@ DEFINE_string(sound, "auto",
               "Where sounds go: \"card\" (the default ALSA device), "
               "\"capture\" (a file in the sim directory), \"auto\" (the "
               "card when one opens, else capture)");
+DEFINE_bool(keep, false,
+            "Keep the run's directory (logs, events.log, captured sound) "
+            "and print its path at quit");
+DEFINE_string(timeline, "",
+              "Write the session's timeline as an SVG picture to this file "
+              "at quit");
 DEFINE_bool(sysfs_lights, false,
             "Run avd with liblightcontrol-sysfs (from this build tree) "
             "against a simulated LED class and IIO sensor");
 
 namespace morvane::ap {
 namespace {
+
+// The exit statuses, as --help tells them.
+constexpr int kExitFailed = 1;        // The simulator itself failed.
+constexpr int kExitCommandFailed = 2;  // A command failed or a wait timed out.
+constexpr int kExitDaemonFailed = 3;   // The daemon ended unasked.
+constexpr char kUsage[] =
+    "Platform simulator: runs avd against simulated peers and devices.\n"
+    "Exit status: 0 when quit as asked; 1 when the simulator could not run\n"
+    "(its bus, its directory, its output); 2 when a script command failed\n"
+    "or a wait timed out; 3 when the daemon ended, or could not start,\n"
+    "without being asked (a crash), which wins over 2";
 
 std::string ExecutableDirectory() {
   char path[PATH_MAX];
@@ -71,7 +89,7 @@ int Main(bool script) {
       !loop->QuitOnSignal(SIGTERM, &error) ||
       !loop->QuitOnSignal(SIGHUP, &error)) {
     fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
-    return 1;
+    return kExitFailed;
   }
 
   Simulator::Options options;
@@ -102,26 +120,43 @@ int Main(bool script) {
     observer = terminal_ui.get();
   }
 
+  Record record(observer);
   int code = 0;
   {
-    Simulator simulator(loop.get(), options, observer);
+    Simulator simulator(loop.get(), options, &record);
+    record.Follow(&simulator.state());
     if (terminal_ui && !terminal_ui->Start(&simulator, &error)) {
       fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
-      return 1;
+      return kExitFailed;
     }
-    if (!simulator.Start(&error)) {
+    if (!simulator.Start(&error) ||
+        !record.OpenLog(simulator.directory()->events_log(), &error)) {
       terminal_ui.reset();
       fprintf(stderr, "ap-sim: %s\n", error->message().c_str());
-      return 1;
+      return kExitFailed;
     }
-    if (script_ui) script_ui->Start(&simulator);
+    const std::string dir = simulator.directory()->root();
+    if (FLAGS_keep) simulator.directory()->Keep();
+    if (script_ui) script_ui->Start(&simulator, &record);
     code = loop->Run();
     // The loop has ended: the screen is left first, so that what the
     // shutdown reports is printed, not posted as a redraw to no loop.
     if (terminal_ui) terminal_ui->Stop();
     simulator.Shutdown();
+    if (!FLAGS_timeline.empty()) {
+      if (!record.WriteTimeline(FLAGS_timeline, &error)) {
+        record.OnLine("error " + error->message());
+        code = kExitFailed;
+      } else {
+        record.OnLine("timeline " + FLAGS_timeline);
+      }
+    }
+    if (FLAGS_keep) record.OnLine("kept " + dir);
+    if (code == 0 && simulator.daemon_failed()) code = kExitDaemonFailed;
+    record.Follow(nullptr);  // The state goes with the simulator.
   }
-  if (script_ui) script_ui->OnLine("bye");
+  if (code == 0 && script_ui && script_ui->failed()) code = kExitCommandFailed;
+  record.OnLine("bye");
   return code;
 }
 
@@ -131,7 +166,7 @@ int Main(bool script) {
 int main(int argc, char** argv) {
   morvane::ap::ParseCommandLine(
       &argc, &argv,
-      "Platform simulator: runs avd against simulated peers and devices",
+      morvane::ap::kUsage,
       __FILE__);
   bool script = FLAGS_script;
   if (gflags::GetCommandLineFlagInfoOrDie("script").is_default) {

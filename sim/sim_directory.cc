@@ -1,6 +1,7 @@
 #include "sim/sim_directory.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "sim/clips.h"
 
@@ -61,6 +63,33 @@ bool MakeFifo(const std::string& path, ErrorPtr* error) {
   return true;
 }
 
+// Whether |pid| no longer runs; a zombie (killed, not yet reaped) does not.
+bool Gone(pid_t pid) {
+  if (kill(pid, 0) != 0) return errno == ESRCH;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(stat)), {});
+  const size_t paren = text.rfind(')');
+  return paren != std::string::npos && text.compare(paren, 3, ") Z") == 0;
+}
+
+// Removes the directories under |parent| that simulators left when they
+// were killed: those whose owner's pid no longer runs.
+void RemoveOrphans(const std::string& parent) {
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
+    if (!entry.path().filename().string().starts_with("ap-sim.")) continue;
+    FILE* file = fopen((entry.path() / "owner").c_str(), "re");
+    if (!file) continue;  // Kept, or not ours.
+    char buffer[32] = {};
+    const bool read = fgets(buffer, sizeof(buffer), file) != nullptr;
+    fclose(file);
+    const pid_t pid = read ? static_cast<pid_t>(atoi(buffer)) : 0;
+    if (pid > 0 && Gone(pid)) {
+      std::filesystem::remove_all(entry.path(), ec);
+    }
+  }
+}
+
 }  // namespace
 
 bool WriteWholeFile(const std::string& path, const std::string& contents,
@@ -92,8 +121,9 @@ bool WriteWholeFile(const std::string& path, const std::string& contents,
 std::unique_ptr<SimDirectory> SimDirectory::Create(
     const SimDirectoryOptions& options, ErrorPtr* error) {
   const char* tmp = getenv("TMPDIR");
-  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") +
-                        "/ap-sim.XXXXXX";
+  const std::string parent = tmp && *tmp ? tmp : "/tmp";
+  RemoveOrphans(parent);
+  std::string pattern = parent + "/ap-sim.XXXXXX";
   if (!mkdtemp(pattern.data())) {
     Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
                        "Failed to create a temporary directory: %s",
@@ -130,7 +160,13 @@ std::vector<std::string> SimDirectory::DaemonEnvironment(
   return env;
 }
 
+void SimDirectory::Keep() {
+  keep_ = true;
+  unlink(owner_file().c_str());
+}
+
 SimDirectory::~SimDirectory() {
+  if (keep_) return;
   std::error_code ec;
   std::filesystem::remove_all(root_, ec);
 }
@@ -183,6 +219,7 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
       {pavo_log(), ""},
       {metrics_log(), ""},
       {avd_log(), ""},
+      {owner_file(), std::to_string(getpid()) + "\n"},
   };
   for (const auto& file : kFiles) {
     if (!WriteWholeFile(file.path, file.contents, error)) return false;

@@ -20,7 +20,9 @@ struct SimDirectoryOptions {
 // The simulator's temporary directory: a sysroot for the daemon (clips,
 // platform settings, VPD cache, IIO sysfs tree), the simulated device nodes,
 // the stand-in libraries' log files and the private bus configuration.
-// Everything lives under one mkdtemp() directory that the destructor removes.
+// Everything lives under one mkdtemp() directory that the destructor removes
+// unless it is kept. The directory names its owner's pid in "owner": one
+// whose owner is gone (a killed simulator) is removed by the next Create().
 class SimDirectory {
  public:
   // Returns null and adds to |error| when the directory or one of its files
@@ -29,8 +31,11 @@ class SimDirectory {
                                               ErrorPtr* error);
   SimDirectory(const SimDirectory&) = delete;
   SimDirectory& operator=(const SimDirectory&) = delete;
-  // Removes the whole directory tree.
+  // Removes the whole directory tree unless Keep() was called.
   ~SimDirectory();
+
+  // Leaves the directory in place for good, to be looked at.
+  void Keep();
 
   const std::string& root() const { return root_; }
   std::string sysroot() const { return root_ + "/sysroot"; }
@@ -61,6 +66,8 @@ class SimDirectory {
   std::string pavo_log() const { return logs_dir() + "/pavo.log"; }
   std::string metrics_log() const { return logs_dir() + "/metrics.log"; }
   std::string avd_log() const { return logs_dir() + "/avd.log"; }
+  std::string events_log() const { return root_ + "/events.log"; }
+  std::string owner_file() const { return root_ + "/owner"; }
 
   // The environment entries (NAME=VALUE) that put the daemon in this
   // directory's world: the bus at |bus_address|, the sysroot, the stand-in
@@ -78,6 +85,7 @@ class SimDirectory {
   bool Populate(const SimDirectoryOptions& options, ErrorPtr* error);
 
   const std::string root_;
+  bool keep_ = false;
   size_t network_creation_bytes_ = 0;
   size_t touch_feedback_bytes_ = 0;
 };

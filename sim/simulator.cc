@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <sstream>
 #include <vector>
 
 #include "platform/event_loop.h"
@@ -15,33 +17,10 @@ namespace morvane::ap {
 namespace {
 
 constexpr char kDomain[] = "sim";
-constexpr int64_t kStopGraceUs = 5'000'000;
-// The touch button's key code: a WPS-style button.
-constexpr uint16_t kButtonKeyCode = 0x211;
-// Spacing of the two wave events by their timestamps.
-constexpr int64_t kWaveGapNs = 200'000'000;
-// The sensor's calibration attributes, as SimState::calibration holds them.
-constexpr const char* kSensorAttributes[] = {
-    "in_proximity_calibbias", "events/in_proximity_thresh_falling_value",
-    "events/in_proximity_thresh_rising_value"};
 
-std::string Trim(const std::string& text) {
-  const size_t begin = text.find_first_not_of(" \t\r\n");
-  if (begin == std::string::npos) return "";
-  const size_t end = text.find_last_not_of(" \t\r\n");
-  return text.substr(begin, end - begin + 1);
-}
-
-int64_t MonotonicNs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-int64_t WallUs() {
-  timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
+// An attribute's content without its line end.
+std::string Content(const std::string& text) {
+  return text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
 }
 
 }  // namespace
@@ -106,9 +85,10 @@ bool Simulator::Start(ErrorPtr* error) {
     return false;
   }
 
-  if (!touch_fifo_.Open(directory_->touch_fifo(), error) ||
-      !iio_fifo_.Open(directory_->iio_event_fifo(), error) ||
-      !WatchFiles(error)) {
+  device_ = std::make_unique<DeviceControls>(
+      *directory_, sysfs_board_.get(), &state_,
+      [this](const std::string& line) { Report(line); }, [this] { Changed(); });
+  if (!device_->Open(error) || !WatchFiles(error)) {
     return false;
   }
   capture_sound_ =
@@ -117,7 +97,23 @@ bool Simulator::Start(ErrorPtr* error) {
   Report(capture_sound_
              ? "audio output capture " + directory_->pavo_capture_file()
              : std::string("audio output card"));
-  StartAvd();
+  std::vector<std::string> overrides =
+      directory_->DaemonEnvironment(bus_address_, options_.preload_path);
+  if (capture_sound_) {
+    overrides.push_back("PAVO_CAPTURE=" + directory_->pavo_capture_file());
+  }
+  if (sysfs_board_) {
+    const std::vector<std::string> board = sysfs_board_->Environment();
+    overrides.insert(overrides.end(), board.begin(), board.end());
+  }
+  daemon_ = std::make_unique<DaemonProcess>(
+      loop_, options_.avd_path, EnvironmentWith(overrides),
+      directory_->avd_log(), &state_,
+      DaemonProcess::Hooks{[this](const std::string& l) { Report(l); },
+                           [this] { device_->Drain(); },
+                           [this] { if (watcher_) watcher_->Poll(); },
+                           [this] { Changed(); }});
+  daemon_->Start();
   Changed();
   return true;
 }
@@ -131,6 +127,7 @@ bool Simulator::StartBus(ErrorPtr* error) {
       },
       &bus_address_, error);
   if (!bus_daemon_) return false;
+  state_.bus_address = bus_address_;
   Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
          " address=" + bus_address_);
   return true;
@@ -198,8 +195,8 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
     if (!watcher_->WatchContent(
             dir.iio_sysfs_dir() + "/" + name,
             [this, name, i](const std::string& content) {
-              Report("sysfs " + name + " " + Trim(content));
-              state_.calibration[i] = Trim(content);
+              Report("sysfs " + name + " " + Content(content));
+              state_.calibration[i] = Content(content);
               Changed();
             },
             error)) {
@@ -209,90 +206,25 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
   return true;
 }
 
-void Simulator::StartAvd() {
-  const SimDirectory& dir = *directory_;
-  touch_fifo_.Drain();
-  iio_fifo_.Drain();
-  std::vector<std::string> overrides =
-      dir.DaemonEnvironment(bus_address_, options_.preload_path);
-  if (capture_sound_) {
-    overrides.push_back("PAVO_CAPTURE=" + dir.pavo_capture_file());
-  }
-  if (sysfs_board_) {
-    const std::vector<std::string> board = sysfs_board_->Environment();
-    overrides.insert(overrides.end(), board.begin(), board.end());
-  }
-  const int log_fd = open(dir.avd_log().c_str(),
-                          O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  avd_ = std::make_unique<ChildProcess>(loop_->event());
-  ErrorPtr error;
-  const bool started = avd_->Start(
-      {options_.avd_path}, EnvironmentWith(overrides), log_fd, log_fd,
-      [this](int status) {
-        // Lines the daemon wrote just before it ended come first.
-        watcher_->Poll();
-        Report("avd exited " + DescribeWaitStatus(status));
-        state_.avd_running = false;
-        state_.avd_ready = false;
-        state_.avd_pid = -1;
-        Changed();
-        if (restart_pending_) {
-          restart_pending_ = false;
-          stop_timer_.Stop();
-          // Not from inside the ended child's own callback.
-          loop_->PostTask([this] { StartAvd(); });
-        }
-      },
-      &error);
-  if (log_fd >= 0) close(log_fd);
-  if (!started) {
-    Report("avd failed to start: " + error->message());
-    return;
-  }
-  state_.avd_running = true;
-  state_.avd_pid = avd_->pid();
-  Report("avd started pid=" + std::to_string(avd_->pid()));
-  Changed();
-}
-
-void Simulator::StopAvd() {
-  if (!avd_ || !avd_->running()) return;
-  const int status = avd_->Stop(kStopGraceUs);
-  if (watcher_) watcher_->Poll();
-  Report("avd exited " + DescribeWaitStatus(status));
-  state_.avd_running = false;
-  state_.avd_ready = false;
-  state_.avd_pid = -1;
-  Changed();
-}
-
 void Simulator::RestartAvd() {
   Report("inject restart avd");
-  if (!avd_ || !avd_->running()) {
-    StartAvd();
-    return;
-  }
-  // The peers keep serving while the daemon ends: it may be waiting on one
-  // of them. Its end starts the next one.
-  restart_pending_ = true;
-  avd_->Signal(SIGTERM);
-  stop_timer_.Start(kStopGraceUs, [this] { avd_->Signal(SIGKILL); });
+  daemon_->Restart();
 }
 
 void Simulator::Shutdown() {
   if (shut_down_) return;
   shut_down_ = true;
-  stop_timer_.Stop();
   // The peers go first: a daemon blocked on a call to one of them gets its
   // answer (an error) and can end.
   upstart_.reset();
   connection_manager_.reset();
   group_monitor_.reset();
   controller_.reset();
-  StopAvd();
-  avd_.reset();
+  // Kept, stopped, for daemon_failed().
+  if (daemon_) daemon_->Stop();
   daemon_client_.reset();
   watcher_.reset();
+  device_.reset();
   sysfs_board_.reset();
   bus_daemon_.reset();
   directory_.reset();
@@ -314,17 +246,6 @@ void Simulator::SetLedState(const std::string& name, const std::string& value,
 }
 
 void Simulator::Quit() { loop_->Quit(0); }
-
-void Simulator::InjectWave() {
-  const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
-  Report(sent ? "inject wave" : "inject wave dropped: event FIFO full");
-}
-
-void Simulator::InjectPress() {
-  const bool sent =
-      touch_fifo_.Write(MakeButtonPressRecords(kButtonKeyCode, WallUs()));
-  Report(sent ? "inject press" : "inject press dropped: input FIFO full");
-}
 
 void Simulator::SetWan(bool online) {
   state_.wan_online = online;
@@ -393,64 +314,6 @@ void Simulator::SyncConfiguration() {
   Changed();
 }
 
-void Simulator::SetAmbient(int level) {
-  state_.ambient = level;
-  ErrorPtr board_error;
-  if (sysfs_board_ && !sysfs_board_->SetAmbient(level, &board_error)) {
-    Report("error " + board_error->message());
-  }
-  if (level < 0) {
-    unlink(directory_->ambient_file().c_str());
-    Report("inject ambient fail");
-  } else {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_->ambient_file(),
-                        std::to_string(level) + "\n", &error)) {
-      Report("error " + error->message());
-    }
-    Report("inject ambient " + std::to_string(level));
-  }
-  Changed();
-}
-
-void Simulator::SetVpdCache(bool present) {
-  const std::string cache = directory_->vpd_cache();
-  const std::string away = cache + ".removed";
-  if (present ? rename(away.c_str(), cache.c_str())
-              : rename(cache.c_str(), away.c_str())) {
-    Report(std::string("error the VPD cache is already ") +
-           (present ? "there" : "gone"));
-    return;
-  }
-  if (!present) {
-    // A fresh sensor, so that the next calibration shows.
-    ErrorPtr error;
-    for (const char* attribute : kSensorAttributes) {
-      if (!WriteWholeFile(directory_->iio_sysfs_dir() + "/" + attribute, "",
-                          &error)) {
-        Report("error " + error->message());
-      }
-    }
-  }
-  state_.vpd_present = present;
-  Report(std::string("inject vpd ") + (present ? "restore" : "remove"));
-  Changed();
-}
-
-void Simulator::SetAudioDown(bool down) {
-  state_.audio_down = down;
-  if (down) {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_->pavo_down_file(), "", &error)) {
-      Report("error " + error->message());
-    }
-  } else {
-    unlink(directory_->pavo_down_file().c_str());
-  }
-  Report(std::string("inject audio ") + (down ? "down" : "up"));
-  Changed();
-}
-
 bool Simulator::RestartPeer(const std::string& which) {
   ErrorPtr error;
   bool started = false;
@@ -477,11 +340,6 @@ bool Simulator::RestartPeer(const std::string& which) {
 void Simulator::SetUpstartAnswering(bool answering) {
   upstart_->set_answering(answering);
   Report(std::string("inject upstart ") + (answering ? "answer" : "hang"));
-}
-
-void Simulator::Unplug(bool touch) {
-  (touch ? touch_fifo_ : iio_fifo_).Close();
-  Report(std::string("inject unplug ") + (touch ? "touch" : "sensor"));
 }
 
 void Simulator::PublishWrongTypes() {

@@ -13,7 +13,8 @@
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
 #include "sim/daemon_client.h"
-#include "sim/device_inputs.h"
+#include "sim/daemon_process.h"
+#include "sim/device_controls.h"
 #include "sim/file_watcher.h"
 #include "sim/group_monitor_peer.h"
 #include "sim/sim_directory.h"
@@ -45,6 +46,7 @@ struct SimState {
   bool avd_running = false;
   bool avd_ready = false;  // The daemon owns its service name.
   int avd_pid = -1;
+  std::string bus_address;
   uint32_t last_operation_id = 0;
   std::string last_sound;
   bool vpd_present = true;
@@ -55,6 +57,11 @@ struct SimState {
   // ring's mode, read from the LED attributes; empty otherwise.
   std::vector<uint32_t> ring_colours;
   std::string ring_mode;
+
+  // A non-root access point that lost its root, with the monitor there.
+  bool group_failure() const {
+    return group_joined && !is_root && !connected_to_root;
+  }
 };
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
@@ -100,11 +107,12 @@ class Simulator {
   // removes the directory. Safe to call more than once.
   void Shutdown();
   bool shut_down() const { return shut_down_; }
+  // The daemon ended (or could not start) without being asked to, at some
+  // time in the session.
+  bool daemon_failed() const { return daemon_ && daemon_->failed(); }
 
   // What can happen to the simulated device (sim/commands.h has them as
   // text). Each reports "inject ..." and whatever follows.
-  void InjectWave();
-  void InjectPress();
   void SetWan(bool online);
   // "failure", "ok", "root", "nonroot", "leave" or "join"; false for
   // anything else.
@@ -115,10 +123,6 @@ class Simulator {
   void ChangeConfiguration(
       const std::string& what,
       const std::function<void(DeviceConfiguration*)>& change);
-  // 0..255, or -1: the sensor reading fails.
-  void SetAmbient(int level);
-  void SetAudioDown(bool down);
-  void SetVpdCache(bool present);
   // "controller", "group" (the group monitor) or "connman" (the
   // connection manager) leaves the bus and comes back; false for another.
   bool RestartPeer(const std::string& which);
@@ -128,8 +132,6 @@ class Simulator {
   // values of the wrong D-Bus types; a client floods the Manager with
   // malformed calls and leaves before the replies.
   void SetUpstartAnswering(bool answering);
-  // The touch device or the proximity sensor goes away for good.
-  void Unplug(bool touch);
   void PublishWrongTypes();
   void Flood(int calls);
   // The daemon's Manager methods, called as another daemon would; the
@@ -146,15 +148,15 @@ class Simulator {
   void Report(const std::string& line);
 
   const SimState& state() const { return state_; }
+  // The device's own inputs; null before Start() and after Shutdown().
+  DeviceControls* device() const { return device_.get(); }
   // Null after Shutdown().
-  const SimDirectory* directory() const { return directory_.get(); }
+  SimDirectory* directory() const { return directory_.get(); }
 
  private:
   bool StartBus(ErrorPtr* error);
   bool ConnectDaemonClient(ErrorPtr* error);
   bool WatchFiles(ErrorPtr* error);
-  void StartAvd();
-  void StopAvd();
   void Changed();
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
@@ -176,14 +178,10 @@ class Simulator {
   std::unique_ptr<ConnectionManagerPeer> connection_manager_;
   std::unique_ptr<UpstartPeer> upstart_;
   std::unique_ptr<FileWatcher> watcher_;
-  FifoWriter touch_fifo_;
-  FifoWriter iio_fifo_;
+  std::unique_ptr<DeviceControls> device_;
   // Decided once at start: played sound goes to a file instead of the card.
   bool capture_sound_ = true;
-  std::unique_ptr<ChildProcess> avd_;
-  // A restart waits for the daemon to end; it is killed if it lingers.
-  bool restart_pending_ = false;
-  OneShotTimer stop_timer_{loop_};
+  std::unique_ptr<DaemonProcess> daemon_;
 };
 
 }  // namespace morvane::ap

@@ -10,14 +10,16 @@
 #include "platform/task_loop.h"
 #include "sim/simulator.h"
 
+typedef struct sd_event_source sd_event_source;
+
 namespace morvane::ap {
 
 class EventLoop;
 
 // Interactive mode: a full-screen view of the light ring (coloured by light
 // state, dimmed by master brightness), the flags and a scrolling event log,
-// driven by single keys. Laid out for 80x24; redrawn in place (cursor home
-// and overwrite) so it never flickers.
+// driven by single keys (? lists them). Laid out for 80x24 and redrawn
+// when the terminal is resized.
 class TerminalUi : public Simulator::Observer {
  public:
   // |loop| must outlive this object.
@@ -46,7 +48,6 @@ class TerminalUi : public Simulator::Observer {
   void OnReadable();
   void ScheduleRedraw();
   void Redraw();
-  std::string Frame(int width, int height) const;
 
   EventLoop* const loop_;
   Simulator* simulator_ = nullptr;
@@ -55,6 +56,8 @@ class TerminalUi : public Simulator::Observer {
   TaskId key_watch_ = 0;
   TaskId redraw_task_ = 0;
   std::deque<std::string> log_;
+  bool show_keys_ = false;  // ? shows the keys in place of the log.
+  sd_event_source* resize_source_ = nullptr;
 };
 
 }  // namespace morvane::ap

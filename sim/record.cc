@@ -1,0 +1,65 @@
+#include "sim/record.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "sim/sim_directory.h"
+
+namespace morvane::ap {
+namespace {
+
+int64_t MonotonicMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+}  // namespace
+
+Record::Record(Simulator::Observer* next)
+    : next_(next), start_ms_(MonotonicMs()) {}
+
+Record::~Record() {
+  if (log_) fclose(log_);
+}
+
+int64_t Record::NowMs() const { return MonotonicMs() - start_ms_; }
+
+bool Record::OpenLog(const std::string& path, ErrorPtr* error) {
+  log_ = fopen(path.c_str(), "we");
+  if (!log_) {
+    Error::AddToPrintf(error, FROM_HERE, "sim", "io_error",
+                       "Failed to open %s: %s", path.c_str(), strerror(errno));
+    return false;
+  }
+  for (const TimelineEntry& entry : entries_) Append(entry);
+  return true;
+}
+
+bool Record::WriteTimeline(const std::string& path, ErrorPtr* error) const {
+  return WriteWholeFile(path, RenderTimeline(entries_, NowMs()), error);
+}
+
+void Record::OnLine(const std::string& line) {
+  TimelineEntry entry{NowMs(), line, {}};
+  if (state_) {
+    const SimState& s = *state_;
+    entry.device = {s.light_state, s.brightness, s.wan_online,
+                    s.group_failure(),
+                    !s.setup_completed};
+  }
+  entries_.push_back(entry);
+  Append(entry);
+  next_->OnLine(line);
+}
+
+void Record::Append(const TimelineEntry& entry) {
+  if (!log_) return;
+  // Line-buffered by hand: a killed simulator leaves every line so far.
+  fprintf(log_, "%8lld %s\n", static_cast<long long>(entry.ms),
+          entry.line.c_str());
+  fflush(log_);
+}
+
+}  // namespace morvane::ap
