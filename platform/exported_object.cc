@@ -80,7 +80,12 @@ void ExportedInterface::AddHandler(
            out_signature.size() -
                std::count(out_signature.begin(), out_signature.end(), 'a'))
       << "Wrong number of result names for " << name;
-  Method& method = methods_[name];
+  Method* found = FindMethod(name);
+  if (!found) {
+    found = methods_.emplace_back(std::make_unique<Method>()).get();
+    found->name = name;
+  }
+  Method& method = *found;
   method.in_signature = std::move(in_signature);
   method.out_signature = std::move(out_signature);
   method.arg_names.clear();
@@ -93,12 +98,20 @@ void ExportedInterface::AddHandler(
   method.handler = std::move(handler);
 }
 
+ExportedInterface::Method* ExportedInterface::FindMethod(
+    std::string_view name) {
+  for (const std::unique_ptr<Method>& method : methods_) {
+    if (method->name == name) return method.get();
+  }
+  return nullptr;
+}
+
 bool ExportedInterface::HandleMethodCall(Message* call,
                                          std::string_view member) {
-  auto it = methods_.find(member);
-  if (it == methods_.end()) return false;
+  Method* method = FindMethod(member);
+  if (!method) return false;
   MethodResponse response(call);
-  it->second.handler->HandleMethod(call, &response);
+  method->handler->HandleMethod(call, &response);
   return true;
 }
 
@@ -185,16 +198,16 @@ bool ExportedObject::Register() {
   for (auto& [name, interface] : interfaces_) {
     std::vector<sd_bus_vtable>& vtable = registration->vtables.emplace_back();
     vtable.push_back(SD_BUS_VTABLE_START(0));
-    for (const auto& [member, method] : interface->methods_) {
+    for (const auto& method : interface->methods_) {
       sd_bus_vtable entry{};
       entry.type = _SD_BUS_VTABLE_METHOD;
       entry.flags = 0;
-      entry.x.method.member = member.c_str();
-      entry.x.method.signature = method.in_signature.c_str();
-      entry.x.method.result = method.out_signature.c_str();
+      entry.x.method.member = method->name.c_str();
+      entry.x.method.signature = method->in_signature.c_str();
+      entry.x.method.result = method->out_signature.c_str();
       entry.x.method.handler = &Trampolines::OnVtableMethodCall;
       entry.x.method.offset = 0;
-      entry.x.method.names = method.arg_names.c_str();
+      entry.x.method.names = method->arg_names.c_str();
       vtable.push_back(entry);
     }
     vtable.push_back(SD_BUS_VTABLE_END);

@@ -217,6 +217,7 @@ class ExportedInterface {
   friend class ExportedObject;
 
   struct Method {
+    std::string name;
     std::string in_signature;
     std::string out_signature;
     // NUL-separated in- then out-argument names, as sd-bus takes them.
@@ -234,10 +235,14 @@ class ExportedInterface {
   // false, having sent nothing, otherwise.
   bool HandleMethodCall(Message* call, std::string_view member);
 
+  // The method |name|, or null.
+  Method* FindMethod(std::string_view name);
+
   const std::string name_;
-  // A map: its nodes do not move, so the bus may keep pointers to the names
+  // In the order they were added, which introspection shows. Each method
+  // stays where it was allocated, so the bus may keep pointers to its name
   // and signatures.
-  std::map<std::string, Method, std::less<>> methods_;
+  std::vector<std::unique_ptr<Method>> methods_;
   bool registered_ = false;
 };
 

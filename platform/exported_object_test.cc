@@ -44,21 +44,13 @@ class ExportedObjectTest : public BusTest {
     sd_bus_flush_close_unref(client_);
   }
 
-  // Exports kPath with kInterface, whose "Next" answers |base| + 1 and whose
-  // "SetState" succeeds for state "ok" only, with a named error for
-  // "named"; waits for the registration to complete.
+  // Exports kPath with kInterface, whose "SetState" (added first) succeeds for state "ok" only, with a named error for
+  // "named", and whose "Next" answers |base| + 1; waits for the
+  // registration to complete.
   void Export() {
     object_ =
         std::make_unique<ExportedObject>(object_manager_.get(), bus_, kPath);
     ExportedInterface* interface = object_->AddOrGetInterface(kInterface);
-    interface->AddMethodHandler(
-        "Next", {"base"}, {"next"},
-        std::function<bool(ErrorPtr*, uint32_t, uint32_t*)>(
-            [this](ErrorPtr*, uint32_t base, uint32_t* next) {
-              calls_.push_back("Next " + std::to_string(base));
-              *next = base + 1;
-              return true;
-            }));
     interface->AddMethodHandler(
         "SetState", {"state", "value", "duration_seconds"}, {},
         std::function<bool(ErrorPtr*, const std::string&, const std::string&,
@@ -73,6 +65,14 @@ class ExportedObjectTest : public BusTest {
               }
               return state == "ok";
             }));
+    interface->AddMethodHandler(
+        "Next", {"base"}, {"next"},
+        std::function<bool(ErrorPtr*, uint32_t, uint32_t*)>(
+            [this](ErrorPtr*, uint32_t base, uint32_t* next) {
+              calls_.push_back("Next " + std::to_string(base));
+              *next = base + 1;
+              return true;
+            }));
     std::optional<bool> result;
     object_->RegisterAsync([&](bool success) { result = success; });
     EXPECT_FALSE(result) << "completion ran inside RegisterAsync";
@@ -86,11 +86,16 @@ class ExportedObjectTest : public BusTest {
   template <typename... Args>
   std::unique_ptr<Message> Call(const char* member, const char* types,
                                 Args... args) {
+    return CallOn(kInterface, member, types, args...);
+  }
+  template <typename... Args>
+  std::unique_ptr<Message> CallOn(const char* interface, const char* member,
+                                  const char* types, Args... args) {
     const char* service = nullptr;
     sd_bus_get_unique_name(bus_->raw(), &service);
     sd_bus_message* call = nullptr;
     EXPECT_GE(sd_bus_message_new_method_call(client_, &call, service, kPath,
-                                             kInterface, member),
+                                             interface, member),
               0);
     EXPECT_GE(sd_bus_message_append(call, types, args...), 0);
     std::unique_ptr<Message> reply;
@@ -143,6 +148,18 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
   EXPECT_EQ(named->error_message(), "named failure");
   EXPECT_THAT(calls_, ElementsAre("Next 41", "SetState ok in_progress 30",
                                   "SetState bad  1", "SetState named  1"));
+}
+
+TEST_F(ExportedObjectTest, IntrospectionListsMethodsInTheOrderAdded) {
+  Export();
+
+  auto reply = CallOn("org.freedesktop.DBus.Introspectable", "Introspect", "");
+
+  ASSERT_TRUE(reply);
+  std::string xml;
+  MessageReader reader(reply.get());
+  ASSERT_TRUE(ReadArgs(reader, nullptr, &xml));
+  EXPECT_LT(xml.find("\"SetState\""), xml.find("\"Next\"")) << xml;
 }
 
 TEST_F(ExportedObjectTest, BadArgumentsAreRejectedWithoutCallingTheMethod) {
