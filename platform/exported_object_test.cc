@@ -73,6 +73,9 @@ class ExportedObjectTest : public BusTest {
               *next = base + 1;
               return true;
             }));
+    level_ = interface->AddProperty<uint32_t>("Level");
+    deadline_ = interface->AddProperty<uint64_t>("Deadline",
+                                                 EmitsChangedSignal::kFalse);
     std::optional<bool> result;
     object_->RegisterAsync([&](bool success) { result = success; });
     EXPECT_FALSE(result) << "completion ran inside RegisterAsync";
@@ -120,11 +123,29 @@ class ExportedObjectTest : public BusTest {
     return 0;
   }
 
+  // Records "Name=value" for each property of type "u" a PropertiesChanged
+  // of kPath carries.
+  static int OnPropertiesChanged(sd_bus_message* m, void* userdata,
+                                 sd_bus_error*) {
+    auto* self = static_cast<ExportedObjectTest*>(userdata);
+    const char* name = nullptr;
+    uint32_t value = 0;
+    sd_bus_message_skip(m, "s");
+    sd_bus_message_enter_container(m, 'a', "{sv}");
+    while (sd_bus_message_read(m, "{sv}", &name, "u", &value) > 0) {
+      self->changes_.push_back(std::string(name) + "=" + std::to_string(value));
+    }
+    return 0;
+  }
+
   std::unique_ptr<ExportedObjectManager> object_manager_;
   std::unique_ptr<ExportedObject> object_;
   sd_bus* client_ = nullptr;
   std::vector<std::string> calls_;
   std::vector<std::pair<std::string, std::string>> signals_;
+  std::vector<std::string> changes_;
+  ExportedProperty<uint32_t>* level_ = nullptr;
+  ExportedProperty<uint64_t>* deadline_ = nullptr;
 };
 
 TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
@@ -160,6 +181,35 @@ TEST_F(ExportedObjectTest, IntrospectionListsMethodsInTheOrderAdded) {
   MessageReader reader(reply.get());
   ASSERT_TRUE(ReadArgs(reader, nullptr, &xml));
   EXPECT_LT(xml.find("\"SetState\""), xml.find("\"Next\"")) << xml;
+}
+
+TEST_F(ExportedObjectTest, PropertiesAnnounceATurnsChangesInOneSignal) {
+  Export();
+  ASSERT_GE(sd_bus_match_signal(client_, nullptr, nullptr, kPath,
+                                "org.freedesktop.DBus.Properties",
+                                "PropertiesChanged",
+                                &ExportedObjectTest::OnPropertiesChanged, this),
+            0);
+
+  level_->SetValue(7);
+  level_->SetValue(8);
+  deadline_->SetValue(99);
+  RunUntil([&] { return !changes_.empty(); });
+  level_->SetValue(8);
+  deadline_->SetValue(100);
+  auto level = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
+                      kInterface, "Level");
+  auto deadline = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
+                         kInterface, "Deadline");
+
+  EXPECT_THAT(changes_, ElementsAre("Level=8"));
+  ASSERT_TRUE(level && deadline);
+  uint32_t level_value = 0;
+  uint64_t deadline_value = 0;
+  EXPECT_GE(sd_bus_message_read(level->raw(), "v", "u", &level_value), 0);
+  EXPECT_GE(sd_bus_message_read(deadline->raw(), "v", "t", &deadline_value), 0);
+  EXPECT_EQ(level_value, 8u);
+  EXPECT_EQ(deadline_value, 100u);
 }
 
 TEST_F(ExportedObjectTest, BadArgumentsAreRejectedWithoutCallingTheMethod) {
