@@ -2,8 +2,10 @@
 #define AV_INPUT_MANAGER_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "av/input_monitor.h"
 #include "stubs/pavo/pavo.h"
@@ -37,13 +39,23 @@ class InputManager {
   InputManager& operator=(const InputManager&) = delete;
   virtual ~InputManager();
 
+  // Whether the touch device was opened for reading.
+  bool touch_device_in_use() const { return touch_device_in_use_; }
+  bool audio_server_connected() const { return pavo_client_ != nullptr; }
+  // |callback| runs after each connection to the audio server is made.
+  void SetAudioConnectedCallback(std::function<void()> callback) {
+    audio_connected_callback_ = std::move(callback);
+  }
+
  private:
   void OnInputEvent(const InputEvent& event);
 
   TaskLoop* const loop_;
   pavo_client* pavo_client_ = nullptr;
+  std::function<void()> audio_connected_callback_;
   std::unique_ptr<InputMonitor> input_monitor_;
   std::string feedback_audio_;
+  bool touch_device_in_use_ = false;
   // Wall-clock microseconds of the last press that was allowed to click.
   int64_t last_feedback_time_ = 0;
 };
