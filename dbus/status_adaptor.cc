@@ -23,7 +23,8 @@ StatusAdaptor::StatusAdaptor(::morvane::ap::ExportedObject* object) {
       itf->AddProperty<std::map<std::string, std::string>>("TimedStates");
   timed_state_deadlines_ = itf->AddProperty<std::map<std::string, uint64_t>>(
       "TimedStateDeadlines", EmitsChangedSignal::kFalse);
-  last_operation_id_ = itf->AddProperty<uint32_t>("LastOperationId");
+  last_operation_id_ = itf->AddProperty<uint32_t>("LastOperationId",
+                                                 EmitsChangedSignal::kFalse);
   touch_device_in_use_ = itf->AddProperty<bool>("TouchDeviceInUse");
   proximity_sensor_in_use_ = itf->AddProperty<bool>("ProximitySensorInUse");
   audio_server_in_use_ = itf->AddProperty<bool>("AudioServerInUse");

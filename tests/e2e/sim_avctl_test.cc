@@ -119,7 +119,7 @@ TEST_F(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
   EXPECT_EQ(Avctl("led bogus x 1", &output), 1);
   EXPECT_THAT(output, HasSubstr("avctl: Failed to call SetLedState: "));
 
-  EXPECT_TRUE(monitored("\nDecidingInput=vox LastOperationId=1 LightState=6 "
+  EXPECT_TRUE(monitored("\nDecidingInput=vox LightState=6 "
                         "TimedStates=vox:in_progress,wan_failure:\n"
                         "Connected=yes TimedStates=vox:in_progress WanOnline=yes\n"
                         "DecidingInput=connected LightState=1 TimedStates=\n"
