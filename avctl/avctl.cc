@@ -164,8 +164,14 @@ int Led(sd_bus* bus, const std::vector<std::string>& args) {
   if (!ParseU32(args[2].c_str(), &seconds)) {
     return Usage("invalid number of seconds: " + args[2]);
   }
-  return CallManager(bus, "SetLedState", nullptr, "ssu", args[0].c_str(),
-                     args[1].c_str(), seconds);
+  const int r = CallManager(bus, "SetLedState", nullptr, "ssu",
+                           args[0].c_str(), args[1].c_str(), seconds);
+  // The daemon's refusal of a name does not say what it accepts.
+  if (r != 0 && args[0] != "vox" && args[0] != "setup_activity") {
+    fprintf(stderr, "avctl: avd accepts the names \"vox\" and "
+                    "\"setup_activity\"\n");
+  }
+  return r;
 }
 
 int OnPropertiesChanged(sd_bus_message* m, void*, sd_bus_error*) {

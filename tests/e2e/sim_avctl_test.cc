@@ -118,6 +118,7 @@ TEST_F(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
   EXPECT_EQ(Avctl("led vox x", &output), 2);
   EXPECT_EQ(Avctl("led bogus x 1", &output), 1);
   EXPECT_THAT(output, HasSubstr("avctl: Failed to call SetLedState: "));
+  EXPECT_THAT(output, HasSubstr("avd accepts the names \"vox\" and \"setup_activity\""));
 
   EXPECT_TRUE(monitored("\nDecidingInput=vox LightState=6 "
                         "TimedStates=vox:in_progress,wan_failure:\n"
