@@ -125,18 +125,57 @@ int CallManager(sd_bus* bus, const char* method, sd_bus_message** reply,
   return result;
 }
 
-int Operation(sd_bus* bus, const std::vector<std::string>& args) {
-  if (args.empty() || args.size() > 2) {
-    return Usage("op takes start, succeed or fail, and an optional ID");
-  }
+// A command line, checked before anything goes on the bus.
+struct Request {
+  std::string command;
+  // op: "start", "succeed" or "fail", and the ID if given.
+  std::string op;
+  bool has_id = false;
   uint32_t id = 0;
-  const bool has_id = args.size() == 2;
-  if (has_id && !ParseU32(args[1].c_str(), &id)) {
-    return Usage("invalid operation ID: " + args[1]);
+  // led: NAME VALUE SECONDS.
+  std::string name;
+  std::string value;
+  uint32_t seconds = 0;
+};
+
+// Fills |request| from the words after the options; 0, or the usage
+// error's exit status.
+int Parse(const std::vector<std::string>& words, Request* request) {
+  if (words.empty()) return Usage("missing command");
+  request->command = words[0];
+  const std::vector<std::string> args(words.begin() + 1, words.end());
+  if (request->command == "status" || request->command == "monitor") {
+    return args.empty() ? 0 : Usage(request->command + " takes no arguments");
   }
-  if (args[0] == "start") {
+  if (request->command == "op") {
+    if (args.empty() || args.size() > 2 ||
+        (args[0] != "start" && args[0] != "succeed" && args[0] != "fail")) {
+      return Usage("op takes start, succeed or fail, and an optional ID");
+    }
+    request->op = args[0];
+    request->has_id = args.size() == 2;
+    if (request->has_id && !ParseU32(args[1].c_str(), &request->id)) {
+      return Usage("invalid operation ID: " + args[1]);
+    }
+    return 0;
+  }
+  if (request->command == "led") {
+    if (args.size() != 3) return Usage("led takes NAME VALUE SECONDS");
+    request->name = args[0];
+    request->value = args[1];
+    if (!ParseU32(args[2].c_str(), &request->seconds)) {
+      return Usage("invalid number of seconds: " + args[2]);
+    }
+    return 0;
+  }
+  return Usage("unknown command " + request->command);
+}
+
+int Operation(sd_bus* bus, const Request& request) {
+  if (request.op == "start") {
     sd_bus_message* reply = nullptr;
-    if (const int r = CallManager(bus, "SetOperationInProgress", &reply, "u", id)) {
+    if (const int r = CallManager(bus, "SetOperationInProgress", &reply, "u",
+                                  request.id)) {
       return r;
     }
     uint32_t new_id = 0;
@@ -146,28 +185,24 @@ int Operation(sd_bus* bus, const std::vector<std::string>& args) {
     printf("%u\n", new_id);
     return 0;
   }
-  const char* method = args[0] == "succeed" ? "SetOperationSucceeded"
-                       : args[0] == "fail"  ? "SetOperationFailed"
-                                            : nullptr;
-  if (!method) return Usage("unknown op command: " + args[0]);
-  if (!has_id) {
+  uint32_t id = request.id;
+  if (!request.has_id) {
     Properties properties;
     if (const int r = GetStatus(bus, &properties)) return r;
     id = static_cast<uint32_t>(properties["LastOperationId"].number);
   }
-  return CallManager(bus, method, nullptr, "u", id);
+  return CallManager(bus,
+                     request.op == "succeed" ? "SetOperationSucceeded"
+                                             : "SetOperationFailed",
+                     nullptr, "u", id);
 }
 
-int Led(sd_bus* bus, const std::vector<std::string>& args) {
-  uint32_t seconds = 0;
-  if (args.size() != 3) return Usage("led takes NAME VALUE SECONDS");
-  if (!ParseU32(args[2].c_str(), &seconds)) {
-    return Usage("invalid number of seconds: " + args[2]);
-  }
+int Led(sd_bus* bus, const Request& request) {
   const int r = CallManager(bus, "SetLedState", nullptr, "ssu",
-                           args[0].c_str(), args[1].c_str(), seconds);
+                            request.name.c_str(), request.value.c_str(),
+                            request.seconds);
   // The daemon's refusal of a name does not say what it accepts.
-  if (r != 0 && args[0] != "vox" && args[0] != "setup_activity") {
+  if (r != 0 && request.name != "vox" && request.name != "setup_activity") {
     fprintf(stderr, "avctl: avd accepts the names \"vox\" and "
                     "\"setup_activity\"\n");
   }
@@ -256,25 +291,17 @@ int Run(int argc, char** argv) {
     }
     args.emplace_back(arg);
   }
-  if (args.empty()) return Usage("missing command");
-  const std::string command = args.front();
-  args.erase(args.begin());
-  if (command != "status" && command != "monitor" && command != "op" &&
-      command != "led") {
-    return Usage("unknown command " + command);
-  }
-  if ((command == "status" || command == "monitor") && !args.empty()) {
-    return Usage(command + " takes no arguments");
-  }
+  Request request;
+  if (const int r = Parse(args, &request)) return r;
 
   sd_bus* bus = nullptr;
   int r = sd_bus_open_system(&bus);
   if (r < 0) return Fail("connect to the system bus", nullptr, r);
   int result = 0;
-  if (command == "status") result = Status(bus);
-  if (command == "monitor") result = Monitor(bus);
-  if (command == "op") result = Operation(bus, args);
-  if (command == "led") result = Led(bus, args);
+  if (request.command == "status") result = Status(bus);
+  if (request.command == "monitor") result = Monitor(bus);
+  if (request.command == "op") result = Operation(bus, request);
+  if (request.command == "led") result = Led(bus, request);
   sd_bus_flush_close_unref(bus);
   return result;
 }
