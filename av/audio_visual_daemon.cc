@@ -95,14 +95,19 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   CHECK(ReadFileToString(kNetworkCreationAudioFilename, &system_setup_audio_))
       << "Failed to read file: " << kNetworkCreationAudioFilename;
 
+  status_object_ = std::make_unique<ExportedObject>(
+      object_manager(), bus(), org::tessaly::ap::AudioVisual::kStatusPath);
+  status_ = std::make_unique<org::tessaly::ap::AudioVisual::StatusAdaptor>(
+      status_object_.get());
+
   light_init(IsDeveloperMode());
   // The record's default intensity, passed raw: the first configuration
   // replaces it with the scaled value.
-  light_set_master_brightness(DeviceConfiguration().light_intensity());
+  SetMasterBrightness(DeviceConfiguration().light_intensity(), "default");
 
   lighting_client_ = std::make_unique<LightingClient>();
-  lighting_manager_ =
-      std::make_unique<LightingManager>(loop(), lighting_client_.get());
+  lighting_manager_ = std::make_unique<LightingManager>(
+      loop(), lighting_client_.get(), status_.get());
   lighting_manager_->RegisterAsync(
       object_manager(),
       sequencer->GetHandler("Manager.RegisterAsync() failed.", true));
@@ -137,6 +142,15 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   }
 
   input_manager_ = std::make_unique<InputManager>(loop());
+  input_manager_->SetAudioConnectedCallback(
+      [this] { UpdateAudioServerStatus(); });
+  status_->touch_device_in_use().SetValue(
+      input_manager_->touch_device_in_use());
+
+  // The status is for people and tools; the daemon serves without it.
+  status_object_->RegisterAsync([](bool success) {
+    if (!success) LOG(WARNING) << "Failed to export the status object";
+  });
 
   const std::string& touch = input_manager_->device_path();
   LOG(INFO) << "avd " << AVD_VERSION << " started: ring through "
@@ -175,6 +189,7 @@ void AudioVisualDaemon::StartGestureMonitor() {
       std::make_unique<IioEventStream>(proximity_device_path_, loop()));
   gesture_monitor_->set_wave_callback(
       [this](const IioEvent&) { OnWaveDetected(); });
+  status_->proximity_sensor_in_use().SetValue(true);
 }
 
 void AudioVisualDaemon::OnDeviceConfigurationChanged(
@@ -224,8 +239,9 @@ void AudioVisualDaemon::ConfigureAmbientLightSampling() {
 
 void AudioVisualDaemon::ApplyBrightness() {
   if (!device_configuration_->enable_automatic_intensity()) {
-    light_set_master_brightness(
-        ScaleIntensity(device_configuration_->light_intensity()));
+    SetMasterBrightness(
+        ScaleIntensity(device_configuration_->light_intensity()),
+        "configured");
     return;
   }
   uint8_t level = 0;
@@ -243,12 +259,26 @@ void AudioVisualDaemon::ApplyBrightness() {
               << static_cast<int>(level);
   }
   ambient_light_failed_ = false;
-  light_set_master_brightness(level == 0 ? 1 : level);
+  SetMasterBrightness(level == 0 ? 1 : level, "ambient");
+}
+
+void AudioVisualDaemon::SetMasterBrightness(uint8_t level,
+                                            const char* source) {
+  light_set_master_brightness(level);
+  status_->brightness().SetValue(level);
+  status_->brightness_source().SetValue(source);
+}
+
+void AudioVisualDaemon::UpdateAudioServerStatus() {
+  status_->audio_server_in_use().SetValue(
+      pavo_client_ != nullptr ||
+      (input_manager_ && input_manager_->audio_server_connected()));
 }
 
 void AudioVisualDaemon::PlayNetworkCreationSound() {
   if (!pavo_client_) {
     CHECK(pavo_helper_create_connect(&pavo_client_) == 0);
+    UpdateAudioServerStatus();
   }
   // The outcome is not looked at: a missed chime is not worth a retry.
   pavo_helper_play_buffer(
@@ -291,6 +321,15 @@ void AudioVisualDaemon::OnGroupMonitorPropertyChanged(
   // Whatever changed, the failure is judged from all of it again.
   group_failure_ = proxy->is_root() ? false : !proxy->connected_to_root();
   LOG(INFO) << "Group failure is " << group_failure_;
+  const char* description = proxy->is_root() ? "this access point is the root"
+                            : proxy->connected_to_root()
+                                ? "connected to the root"
+                                : "not connected to the root";
+  if (group_description_ != description) {
+    group_description_ = description;
+    LOG(INFO) << "Group: " << description;
+  }
+  status_->group_failure().SetValue(group_failure_);
   lighting_manager_->SetConnected(wan_online_ ? !group_failure_ : false);
 }
 
@@ -299,6 +338,9 @@ void AudioVisualDaemon::OnGroupMonitorOwnerChanged(const std::string&,
   if (!new_owner.empty()) return;
   LOG(INFO) << "Group failure is cleared";
   group_failure_ = false;
+  group_description_ = "the group monitor left the bus";
+  LOG(INFO) << "Group: " << group_description_;
+  status_->group_failure().SetValue(false);
   lighting_manager_->SetConnected(wan_online_);
 }
 
@@ -306,6 +348,8 @@ void AudioVisualDaemon::OnWanStateChanged(const std::string& state) {
   const bool online = state == "online";
   if (online == wan_online_) return;
   wan_online_ = online;
+  LOG(INFO) << "WAN is " << (online ? "online" : "offline");
+  status_->wan_online().SetValue(online);
   lighting_manager_->SetConnected(online ? !group_failure_ : false);
   if (online) {
     // A client of its own for this one event; the call blocks until Upstart

@@ -12,6 +12,8 @@
 #include "common/storage.pb.h"
 #include "common/vantle_client.h"
 #include "dbus/group_monitor_proxy.h"
+#include "dbus/status_adaptor.h"
+#include "platform/exported_object.h"
 #include "platform/service_daemon.h"
 #include "platform/timer.h"
 #include "stubs/metrics/metrics_library.h"
@@ -62,6 +64,11 @@ class AudioVisualDaemon : public ServiceDaemon {
   // the configured intensity scaled to 0..255. A failed reading changes
   // nothing; the first one is said, and the next good one.
   void ApplyBrightness();
+  // Sets the ring's master brightness and shows it, with |source|, in the
+  // status.
+  void SetMasterBrightness(uint8_t level, const char* source);
+  // Whether a connection to the audio server is held, into the status.
+  void UpdateAudioServerStatus();
   void PlayNetworkCreationSound();
   // Prioritises the configured default device for its duration by writing
   // the configuration back to the controller.
@@ -79,6 +86,13 @@ class AudioVisualDaemon : public ServiceDaemon {
   bool group_failure_ = false;
   // Made at start-up: a timer needs the loop.
   std::unique_ptr<RepeatingTimer> ambient_light_timer_;
+  // The status object, fed by the daemon and the lighting manager; made
+  // before them and destroyed after them.
+  std::unique_ptr<ExportedObject> status_object_;
+  std::unique_ptr<org::tessaly::ap::AudioVisual::StatusAdaptor> status_;
+  // How the group monitor last described this access point, for logging
+  // its changes.
+  std::string group_description_;
   // Connected on first use and kept; left open at exit on purpose.
   pavo_client* pavo_client_ = nullptr;
   // The whole network-creation clip, played when setup completes.

@@ -63,8 +63,12 @@ class AudioVisualDaemonTest : public BusTest {
           ++transitions_;
           return 0;
         });
-    avd_.lighting_manager_ =
-        std::make_unique<LightingManager>(&loop_, &lighting_);
+    avd_.status_object_ = std::make_unique<ExportedObject>(
+        nullptr, bus_, org::tessaly::ap::AudioVisual::kStatusPath);
+    avd_.status_ = std::make_unique<org::tessaly::ap::AudioVisual::StatusAdaptor>(
+        avd_.status_object_.get());
+    avd_.lighting_manager_ = std::make_unique<LightingManager>(
+        &loop_, &lighting_, avd_.status_.get());
     avd_.ambient_light_timer_ = std::make_unique<RepeatingTimer>(&loop_);
     auto monitor = std::make_unique<NiceMock<MockConfigurationMonitor>>(bus_);
     monitor_ = monitor.get();
@@ -86,6 +90,7 @@ class AudioVisualDaemonTest : public BusTest {
   }
 
   void Wan(const std::string& state) { avd_.OnWanStateChanged(state); }
+  org::tessaly::ap::AudioVisual::StatusAdaptor& Status() { return *avd_.status_; }
   void Group(bool is_root, bool connected_to_root) {
     ON_CALL(group_monitor_, is_root).WillByDefault(Return(is_root));
     ON_CALL(group_monitor_, connected_to_root)
@@ -181,6 +186,10 @@ TEST_F(AudioVisualDaemonTest, RingIsOnlineOnlyWithTheWanUpAndNoGroupFailure) {
     Wan(c.wan);
 
     EXPECT_EQ(shown_, c.shown);
+    EXPECT_EQ(Status().light_state().value(), static_cast<uint32_t>(c.shown));
+    EXPECT_EQ(Status().wan_online().value(), std::string(c.wan) == "online");
+    EXPECT_EQ(Status().group_failure().value(),
+              !c.is_root && !c.connected_to_root);
   }
 
   // A group monitor that arrives changes nothing until it reports; one that
@@ -191,7 +200,16 @@ TEST_F(AudioVisualDaemonTest, RingIsOnlineOnlyWithTheWanUpAndNoGroupFailure) {
   EXPECT_EQ(shown_, kLightStateWanFailure);
   GroupMonitorOwner(":1.8", "");
   EXPECT_EQ(shown_, kLightStateOnline);
-  EXPECT_THAT(log.Messages(google::GLOG_INFO),
+  EXPECT_FALSE(Status().group_failure().value());
+  std::vector<std::string> lines = log.Messages(google::GLOG_INFO);
+  // Said once per change, beside the existing lines.
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "WAN is online"), 2);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                       "Group: not connected to the root"), 2);
+  std::erase_if(lines, [](const std::string& line) {
+    return !line.starts_with("Group failure");
+  });
+  EXPECT_THAT(lines,
               ElementsAre("Group failure is 0", "Group failure is 0",
                           "Group failure is 1", "Group failure is 0",
                           "Group failure is 0", "Group failure is 1",

@@ -55,6 +55,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   const std::string clip_path = SysrootPath(kFeedbackAudioPath);
   CHECK(ReadFileToString(clip_path, &feedback_audio_))
       << "Failed to read file: " << clip_path;
+  touch_device_in_use_ = true;
 }
 
 InputManager::~InputManager() {
@@ -87,6 +88,7 @@ void InputManager::OnInputEvent(const InputEvent& event) {
     }
     if (audio_server_failed_) LOG(INFO) << "Connected to the audio server";
     audio_server_failed_ = false;
+    if (audio_connected_callback_) audio_connected_callback_();
   }
   const int device = pavo_client_get_first_dev_type_idx(
       pavo_client_, kInternalSpeaker, kOutput);

@@ -2,8 +2,10 @@
 #define AV_INPUT_MANAGER_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "av/input_monitor.h"
 #include "stubs/pavo/pavo.h"
@@ -41,6 +43,13 @@ class InputManager {
   // The touch device read; empty without one (not set, missing, or it
   // could not be opened).
   const std::string& device_path() const { return device_path_; }
+  // Whether the touch device was opened for reading.
+  bool touch_device_in_use() const { return touch_device_in_use_; }
+  bool audio_server_connected() const { return pavo_client_ != nullptr; }
+  // |callback| runs after each connection to the audio server is made.
+  void SetAudioConnectedCallback(std::function<void()> callback) {
+    audio_connected_callback_ = std::move(callback);
+  }
 
  private:
   void OnInputEvent(const InputEvent& event);
@@ -51,8 +60,10 @@ class InputManager {
   // and once more when a connection succeeds again.
   bool audio_server_failed_ = false;
   std::string device_path_;
+  std::function<void()> audio_connected_callback_;
   std::unique_ptr<InputMonitor> input_monitor_;
   std::string feedback_audio_;
+  bool touch_device_in_use_ = false;
   // Wall-clock microseconds of the last press that was allowed to click.
   int64_t last_feedback_time_ = 0;
 };

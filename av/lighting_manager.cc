@@ -30,9 +30,12 @@ int64_t SecondsToUs(uint32_t seconds) {
 
 }  // namespace
 
-LightingManager::LightingManager(TaskLoop* loop, LightingClient* client)
-    : loop_(loop), client_(client) {
+LightingManager::LightingManager(
+    TaskLoop* loop, LightingClient* client,
+    org::tessaly::ap::AudioVisual::StatusAdaptor* status)
+    : loop_(loop), client_(client), status_(status) {
   client_->SetState(kLightStateStartup);
+  status_->light_state().SetValue(kLightStateStartup);
   SetTimedState(kWanFailure, "", kStartupWanGraceSeconds);
 }
 
@@ -53,14 +56,20 @@ void LightingManager::RegisterAsync(ExportedObjectManager* object_manager,
 bool LightingManager::SetOperationInProgress(ErrorPtr* error, uint32_t,
                                              uint32_t* out_operation_id) {
   *out_operation_id = ++operation_counter_;
+  LOG(INFO) << "Operation " << operation_counter_ << " started";
+  status_->last_operation_id().SetValue(operation_counter_);
   return SetLedState(error, kVox, "in_progress", kOperationInProgressSeconds);
 }
 
-bool LightingManager::SetOperationSucceeded(ErrorPtr* error, uint32_t) {
+bool LightingManager::SetOperationSucceeded(ErrorPtr* error,
+                                            uint32_t in_operation_id) {
+  LOG(INFO) << "Operation " << in_operation_id << " succeeded";
   return SetLedState(error, kVox, "completed", 0);
 }
 
-bool LightingManager::SetOperationFailed(ErrorPtr* error, uint32_t) {
+bool LightingManager::SetOperationFailed(ErrorPtr* error,
+                                         uint32_t in_operation_id) {
+  LOG(INFO) << "Operation " << in_operation_id << " failed";
   return SetLedState(error, kVox, "", 0);
 }
 
@@ -81,7 +90,7 @@ void LightingManager::SetTimedState(const std::string& name,
   TimedState& state = State(name);
   state.value = value;
   if (duration_seconds != 0) {
-    state.timer.Start(SecondsToUs(duration_seconds), [this] { UpdateLedState(); });
+    StartTimedState(name, duration_seconds);
   } else {
     state.timer.Stop();
   }
@@ -95,8 +104,7 @@ void LightingManager::SetTimedState(const std::string& name,
 void LightingManager::SetupCompleted() {
   in_setup_ = false;
   State(kWanFailure).timer.Stop();
-  State(kSetupComplete).timer.Start(SecondsToUs(kSetupCompleteHoldSeconds),
-                                    [this] { UpdateLedState(); });
+  StartTimedState(kSetupComplete, kSetupCompleteHoldSeconds);
   ApplyLedStateWithTransition(0);
 }
 
@@ -119,27 +127,63 @@ LightingManager::TimedState& LightingManager::State(const std::string& name) {
   return states_.try_emplace(name, loop_).first->second;
 }
 
-LightState LightingManager::ComputeLightState() {
-  if (IsActive(kVox)) return kLightStateOperation;
+void LightingManager::StartTimedState(const std::string& name,
+                                      uint32_t duration_seconds) {
+  TimedState& state = State(name);
+  state.deadline_us = loop_->WallNow() + SecondsToUs(duration_seconds);
+  state.timer.Start(SecondsToUs(duration_seconds), [this, name] {
+    LOG(INFO) << "Timed state " << name << " ended";
+    UpdateLedState();
+  });
+}
+
+LightingManager::Decision LightingManager::Decide() {
+  if (IsActive(kVox)) return {kLightStateOperation, kVox};
   if (in_setup_) {
-    return IsActive(kSetupActivity) ? kLightStateSetupActivity : kLightStateSetup;
+    return IsActive(kSetupActivity)
+               ? Decision{kLightStateSetupActivity, kSetupActivity}
+               : Decision{kLightStateSetup, "setup_mode"};
   }
-  if (connected_) return kLightStateOnline;
-  if (IsActive(kSetupComplete)) return kLightStateOnline;
-  if (IsActive(kWanFailure)) return kLightStateStartup;
-  return kLightStateWanFailure;
+  if (connected_) return {kLightStateOnline, "connected"};
+  if (IsActive(kSetupComplete)) return {kLightStateOnline, kSetupComplete};
+  if (IsActive(kWanFailure)) return {kLightStateStartup, kWanFailure};
+  return {kLightStateWanFailure, "not_connected"};
 }
 
 void LightingManager::UpdateLedState() {
-  const LightState state = ComputeLightState();
-  if (state == current_state_) return;
-  current_state_ = state;
-  client_->SetState(state);
+  const Decision decision = Decide();
+  if (decision.state != current_state_) {
+    client_->SetState(decision.state);
+  }
+  Report(decision);
 }
 
 void LightingManager::ApplyLedStateWithTransition(int transition) {
-  current_state_ = ComputeLightState();
-  client_->SetStateWithTransition(current_state_, transition);
+  const Decision decision = Decide();
+  client_->SetStateWithTransition(decision.state, transition);
+  Report(decision);
+}
+
+void LightingManager::Report(const Decision& decision) {
+  if (decision.state != current_state_) {
+    LOG(INFO) << "Light state " << decision.state << ", decided by "
+              << decision.input;
+    current_state_ = decision.state;
+  }
+  status_->light_state().SetValue(decision.state);
+  status_->deciding_input().SetValue(decision.input);
+  status_->connected().SetValue(connected_);
+  status_->setup_mode().SetValue(in_setup_);
+  status_->setup_complete_hold().SetValue(IsActive(kSetupComplete));
+  std::map<std::string, std::string> values;
+  std::map<std::string, uint64_t> deadlines;
+  for (const auto& [name, state] : states_) {
+    if (!state.timer.IsRunning()) continue;
+    values.emplace(name, state.value);
+    deadlines.emplace(name, static_cast<uint64_t>(state.deadline_us));
+  }
+  status_->timed_states().SetValue(values);
+  status_->timed_state_deadlines().SetValue(deadlines);
 }
 
 }  // namespace morvane::ap

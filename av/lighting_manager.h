@@ -8,6 +8,7 @@
 #include <string>
 
 #include "dbus/manager_adaptor.h"
+#include "dbus/status_adaptor.h"
 #include "platform/timer.h"
 
 namespace morvane::ap {
@@ -35,16 +36,19 @@ enum LightState : int {
 //
 // Priority, first match wins: "vox" running -> 6; in setup -> 4 while
 // "setup_activity" runs, else 3; connected -> 1; "setup_complete" hold
-// running -> 1; "wan_failure" grace running -> 0; otherwise 2.
+// running -> 1; "wan_failure" grace running -> 0; otherwise 2. The status
+// object shows the state with the input that decided it, the inputs and the
+// running timed states; each change of the state is logged with its input.
 class LightingManager : public org::tessaly::ap::AudioVisual::ManagerInterface {
  public:
   static constexpr uint32_t kOperationInProgressSeconds = 30;
   static constexpr uint32_t kStartupWanGraceSeconds = 60;
   static constexpr uint32_t kSetupCompleteHoldSeconds = 30;
 
-  // Sends state 0 at once and starts the 60 s start-up grace. |loop| and
-  // |client| must outlive the manager.
-  LightingManager(TaskLoop* loop, LightingClient* client);
+  // Sends state 0 at once and starts the 60 s start-up grace. |loop|,
+  // |client| and |status| must outlive the manager.
+  LightingManager(TaskLoop* loop, LightingClient* client,
+                  org::tessaly::ap::AudioVisual::StatusAdaptor* status);
   LightingManager(const LightingManager&) = delete;
   LightingManager& operator=(const LightingManager&) = delete;
   // Removes the D-Bus object and stops every timer; the light device is
@@ -93,18 +97,31 @@ class LightingManager : public org::tessaly::ap::AudioVisual::ManagerInterface {
     explicit TimedState(TaskLoop* loop) : timer(loop) {}
     std::string value;
     OneShotTimer timer;
+    // Wall-clock microseconds at which the running timer ends.
+    int64_t deadline_us = 0;
+  };
+  // A light state and the name of the input that decided it.
+  struct Decision {
+    LightState state;
+    const char* input;
   };
 
   // Lookup-or-insert: a missing name gets an empty value and an idle timer.
   TimedState& State(const std::string& name);
   bool IsActive(const std::string& name) { return State(name).timer.IsRunning(); }
 
-  LightState ComputeLightState();
+  // Starts |name|'s timer; when it ends the state is shown again.
+  void StartTimedState(const std::string& name, uint32_t duration_seconds);
+  Decision Decide();
   void UpdateLedState();
   void ApplyLedStateWithTransition(int transition);
+  // Logs a change of the light state; then sets every status property the
+  // manager holds.
+  void Report(const Decision& decision);
 
   TaskLoop* const loop_;
   LightingClient* const client_;
+  org::tessaly::ap::AudioVisual::StatusAdaptor* const status_;
   uint32_t operation_counter_ = 0;
   int current_state_ = kLightStateStartup;
   bool in_setup_ = false;

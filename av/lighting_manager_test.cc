@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "av/mock_lighting_client.h"
+#include "platform/exported_object.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::InSequence;
+using ::testing::Pair;
 using ::testing::StrictMock;
 
 constexpr int64_t kSecondUs = 1'000'000;
@@ -23,7 +25,7 @@ class LightingManagerTest : public testing::Test {
   // The manager shows state 0 as soon as it exists.
   void SetUp() override {
     EXPECT_CALL(lighting_, SetState(kLightStateStartup));
-    manager_ = std::make_unique<LightingManager>(&loop_, &lighting_);
+    manager_ = std::make_unique<LightingManager>(&loop_, &lighting_, &status_);
     Verify();
   }
 
@@ -51,8 +53,45 @@ class LightingManagerTest : public testing::Test {
 
   FakeTaskLoop loop_;
   StrictMock<MockLightingClient> lighting_;
+  // Never on a bus: the adaptor only keeps the values.
+  ExportedObject status_object_{nullptr, nullptr,
+                                org::tessaly::ap::AudioVisual::kStatusPath};
+  org::tessaly::ap::AudioVisual::StatusAdaptor status_{&status_object_};
   std::unique_ptr<LightingManager> manager_;
 };
+
+TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
+  LogCapture log;
+  ExpectState(kLightStateOperation);
+  const uint32_t id = StartOperation();
+  Verify();
+
+  EXPECT_EQ(status_.light_state().value(), 6u);
+  EXPECT_EQ(status_.deciding_input().value(), "vox");
+  EXPECT_EQ(status_.last_operation_id().value(), id);
+  EXPECT_THAT(status_.timed_states().value(),
+              ElementsAre(Pair("vox", "in_progress"), Pair("wan_failure", "")));
+  const auto& deadlines = status_.timed_state_deadlines().value();
+  // Both started at the same moment: the operation's 30 s, the grace's 60 s.
+  EXPECT_EQ(deadlines.at("wan_failure") - deadlines.at("vox"), 30 * kSecondUs);
+
+  ExpectState(kLightStateStartup);
+  Seconds(30);
+  Verify();
+  EXPECT_EQ(status_.deciding_input().value(), "wan_failure");
+  EXPECT_THAT(status_.timed_states().value(),
+              ElementsAre(Pair("wan_failure", "")));
+
+  ExpectState(kLightStateSetup);
+  manager_->SetSetupMode(true);
+  EXPECT_EQ(status_.deciding_input().value(), "setup_mode");
+  EXPECT_TRUE(status_.setup_mode().value());
+  EXPECT_THAT(log.Messages(google::GLOG_INFO),
+              ElementsAre("Operation 1 started", "Light state 6, decided by vox",
+                          "Timed state vox ended",
+                          "Light state 0, decided by wan_failure",
+                          "Light state 3, decided by setup_mode"));
+}
 
 TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
   Seconds(59);

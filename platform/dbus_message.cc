@@ -240,6 +240,10 @@ bool MessageWriter::Append(uint32_t value) {
   return sd_bus_message_append_basic(message_, 'u', &value) >= 0;
 }
 
+bool MessageWriter::Append(uint64_t value) {
+  return sd_bus_message_append_basic(message_, 't', &value) >= 0;
+}
+
 bool MessageWriter::Append(int32_t value) {
   return sd_bus_message_append_basic(message_, 'i', &value) >= 0;
 }
@@ -278,6 +282,30 @@ bool MessageWriter::Append(const std::vector<ObjectPath>& value) {
   if (sd_bus_message_open_container(message_, 'a', "o") < 0) return false;
   for (const ObjectPath& path : value) {
     if (!Append(path)) return false;
+  }
+  return sd_bus_message_close_container(message_) >= 0;
+}
+
+bool MessageWriter::Append(const std::map<std::string, std::string>& value) {
+  return AppendDictionary(value);
+}
+
+bool MessageWriter::Append(const std::map<std::string, uint64_t>& value) {
+  return AppendDictionary(value);
+}
+
+template <typename V>
+bool MessageWriter::AppendDictionary(const std::map<std::string, V>& value) {
+  const std::string entry = std::string("s") + DbusType<V>::kSignature;
+  if (sd_bus_message_open_container(message_, 'a', ("{" + entry + "}").c_str()) < 0) {
+    return false;
+  }
+  for (const auto& [key, item] : value) {
+    if (sd_bus_message_open_container(message_, 'e', entry.c_str()) < 0 ||
+        !Append(key) || !Append(item) ||
+        sd_bus_message_close_container(message_) < 0) {
+      return false;
+    }
   }
   return sd_bus_message_close_container(message_) >= 0;
 }

@@ -2,6 +2,7 @@
 #define PLATFORM_DBUS_MESSAGE_H_
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -30,6 +31,10 @@ struct DbusType<uint32_t> {
   static constexpr char kSignature[] = "u";
 };
 template <>
+struct DbusType<uint64_t> {
+  static constexpr char kSignature[] = "t";
+};
+template <>
 struct DbusType<int32_t> {
   static constexpr char kSignature[] = "i";
 };
@@ -56,6 +61,14 @@ struct DbusType<std::vector<std::string>> {
 template <>
 struct DbusType<std::vector<ObjectPath>> {
   static constexpr char kSignature[] = "ao";
+};
+template <>
+struct DbusType<std::map<std::string, std::string>> {
+  static constexpr char kSignature[] = "a{ss}";
+};
+template <>
+struct DbusType<std::map<std::string, uint64_t>> {
+  static constexpr char kSignature[] = "a{st}";
 };
 
 // One D-Bus message; holds one reference to it.
@@ -188,6 +201,7 @@ class MessageWriter {
   MessageWriter& operator=(const MessageWriter&) = delete;
 
   bool Append(uint32_t value);
+  bool Append(uint64_t value);
   bool Append(int32_t value);
   bool Append(bool value);
   bool Append(const std::string& value);
@@ -196,8 +210,13 @@ class MessageWriter {
   bool Append(const std::vector<uint8_t>& value);
   bool Append(const std::vector<std::string>& value);
   bool Append(const std::vector<ObjectPath>& value);
+  bool Append(const std::map<std::string, std::string>& value);
+  bool Append(const std::map<std::string, uint64_t>& value);
 
  private:
+  template <typename V>
+  bool AppendDictionary(const std::map<std::string, V>& value);
+
   sd_bus_message* const message_;
 };
 

@@ -69,7 +69,7 @@ void ExportedInterface::AddHandler(
     std::string out_signature, const std::vector<std::string>& in_arg_names,
     const std::vector<std::string>& out_arg_names,
     std::unique_ptr<MethodHandlerInterface> handler) {
-  CHECK(!registered_) << "Method " << name_ << "." << name
+  CHECK(!object_) << "Method " << name_ << "." << name
                       << " added after the object was registered";
   // sd-bus pairs names with the signature's complete types, one by one.
   CHECK_EQ(in_arg_names.size(),
@@ -80,7 +80,12 @@ void ExportedInterface::AddHandler(
            out_signature.size() -
                std::count(out_signature.begin(), out_signature.end(), 'a'))
       << "Wrong number of result names for " << name;
-  Method& method = methods_[name];
+  Method* found = FindMethod(name);
+  if (!found) {
+    found = methods_.emplace_back(std::make_unique<Method>()).get();
+    found->name = name;
+  }
+  Method& method = *found;
   method.in_signature = std::move(in_signature);
   method.out_signature = std::move(out_signature);
   method.arg_names.clear();
@@ -93,12 +98,47 @@ void ExportedInterface::AddHandler(
   method.handler = std::move(handler);
 }
 
+ExportedInterface::Method* ExportedInterface::FindMethod(
+    std::string_view name) {
+  for (const std::unique_ptr<Method>& method : methods_) {
+    if (method->name == name) return method.get();
+  }
+  return nullptr;
+}
+
+void ExportedInterface::AddProperty(
+    std::unique_ptr<ExportedPropertyBase> property) {
+  CHECK(!object_) << "Property " << name_ << "." << property->name()
+                  << " added after the object was registered";
+  CHECK(!FindProperty(property->name()))
+      << "Property " << name_ << "." << property->name() << " added twice";
+  properties_.push_back(std::move(property));
+}
+
+ExportedPropertyBase* ExportedInterface::FindProperty(std::string_view name) {
+  for (const std::unique_ptr<ExportedPropertyBase>& property : properties_) {
+    if (property->name() == name) return property.get();
+  }
+  return nullptr;
+}
+
+void ExportedInterface::OnPropertyChanged(const std::string& name) {
+  // Before registration there is nobody to tell: GetAll gives the value.
+  if (!object_) return;
+  if (FindProperty(name)->emits() == EmitsChangedSignal::kFalse) return;
+  if (std::find(changed_.begin(), changed_.end(), name) != changed_.end()) {
+    return;
+  }
+  changed_.push_back(name);
+  object_->SchedulePropertiesChanged();
+}
+
 bool ExportedInterface::HandleMethodCall(Message* call,
                                          std::string_view member) {
-  auto it = methods_.find(member);
-  if (it == methods_.end()) return false;
+  Method* method = FindMethod(member);
+  if (!method) return false;
   MethodResponse response(call);
-  it->second.handler->HandleMethod(call, &response);
+  method->handler->HandleMethod(call, &response);
   return true;
 }
 
@@ -109,6 +149,17 @@ struct ExportedObject::Trampolines {
     return static_cast<ExportedObject*>(userdata)->HandleMethodCall(call.get())
                ? 1
                : 0;
+  }
+
+  static int OnGetProperty(sd_bus*, const char*, const char*,
+                           const char* name, sd_bus_message* reply,
+                           void* userdata, sd_bus_error*) {
+    ExportedPropertyBase* property =
+        static_cast<ExportedInterface*>(userdata)->FindProperty(name);
+    if (!property) return -ENOENT;
+    std::unique_ptr<Message> message = Message::Ref(reply);
+    MessageWriter writer(message.get());
+    return property->AppendValue(&writer) ? 0 : -ENOMEM;
   }
 
   // Not reached while OnMethodCall takes every call of our methods first;
@@ -143,6 +194,9 @@ ExportedObject::ExportedObject(ExportedObjectManager* object_manager,
 
 ExportedObject::~ExportedObject() {
   if (pending_completion_ != 0) bus_->loop()->CancelTask(pending_completion_);
+  if (pending_properties_changed_ != 0) {
+    bus_->loop()->CancelTask(pending_properties_changed_);
+  }
   // The bus closes itself when the loop ends; then nobody is left to tell.
   if (!registration_ || !object_manager_ || sd_bus_is_open(bus_->raw()) <= 0) {
     return;
@@ -185,16 +239,37 @@ bool ExportedObject::Register() {
   for (auto& [name, interface] : interfaces_) {
     std::vector<sd_bus_vtable>& vtable = registration->vtables.emplace_back();
     vtable.push_back(SD_BUS_VTABLE_START(0));
-    for (const auto& [member, method] : interface->methods_) {
+    for (const auto& method : interface->methods_) {
       sd_bus_vtable entry{};
       entry.type = _SD_BUS_VTABLE_METHOD;
       entry.flags = 0;
-      entry.x.method.member = member.c_str();
-      entry.x.method.signature = method.in_signature.c_str();
-      entry.x.method.result = method.out_signature.c_str();
+      entry.x.method.member = method->name.c_str();
+      entry.x.method.signature = method->in_signature.c_str();
+      entry.x.method.result = method->out_signature.c_str();
       entry.x.method.handler = &Trampolines::OnVtableMethodCall;
       entry.x.method.offset = 0;
-      entry.x.method.names = method.arg_names.c_str();
+      entry.x.method.names = method->arg_names.c_str();
+      vtable.push_back(entry);
+    }
+    for (const auto& property : interface->properties_) {
+      sd_bus_vtable entry{};
+      entry.type = _SD_BUS_VTABLE_PROPERTY;
+      switch (property->emits()) {
+        case EmitsChangedSignal::kTrue:
+          entry.flags = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
+          break;
+        case EmitsChangedSignal::kInvalidates:
+          entry.flags = SD_BUS_VTABLE_PROPERTY_EMITS_INVALIDATION;
+          break;
+        case EmitsChangedSignal::kFalse:
+          entry.flags = 0;
+          break;
+      }
+      entry.x.property.member = property->name().c_str();
+      entry.x.property.signature = property->signature();
+      entry.x.property.get = &Trampolines::OnGetProperty;
+      entry.x.property.set = nullptr;
+      entry.x.property.offset = 0;
       vtable.push_back(entry);
     }
     vtable.push_back(SD_BUS_VTABLE_END);
@@ -207,7 +282,7 @@ bool ExportedObject::Register() {
     }
     registration->slots.push_back(slot);
   }
-  for (auto& [name, interface] : interfaces_) interface->registered_ = true;
+  for (auto& [name, interface] : interfaces_) interface->object_ = this;
   registration_ = std::move(registration);
 
   ErrorPtr error;
@@ -215,6 +290,33 @@ bool ExportedObject::Register() {
     LOG(WARNING) << error->message() << ", serving it unannounced";
   }
   return true;
+}
+
+void ExportedObject::SchedulePropertiesChanged() {
+  if (pending_properties_changed_ != 0) return;
+  pending_properties_changed_ = bus_->loop()->PostTask([this] {
+    pending_properties_changed_ = 0;
+    EmitPropertiesChanged();
+  });
+}
+
+void ExportedObject::EmitPropertiesChanged() {
+  for (auto& [name, interface] : interfaces_) {
+    if (interface->changed_.empty()) continue;
+    std::vector<char*> names;
+    for (std::string& changed : interface->changed_) {
+      names.push_back(changed.data());
+    }
+    names.push_back(nullptr);
+    const int r = sd_bus_emit_properties_changed_strv(
+        bus_->raw(), path_.c_str(), name.c_str(), names.data());
+    // Clients that missed it still read the values with Get.
+    if (r < 0) {
+      LOG(WARNING) << "Failed to announce changed properties of " << name
+                   << ": " << strerror(-r);
+    }
+    interface->changed_.clear();
+  }
 }
 
 bool ExportedObject::HandleMethodCall(Message* call) {

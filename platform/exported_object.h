@@ -14,11 +14,13 @@
 
 #include "platform/dbus_message.h"
 #include "platform/error.h"
+#include "platform/exported_property.h"
 #include "platform/task_loop.h"
 
 namespace morvane::ap {
 
 class Bus;
+class ExportedObject;
 class ExportedObjectManager;
 
 // Sends the one reply to a method call. If nothing was sent by the time it
@@ -173,7 +175,8 @@ class TypedMethodHandler : public MethodHandlerInterface {
 };
 
 // One D-Bus interface of an exported object: its methods and their
-// handlers. Methods are added before the object is registered.
+// handlers, and its read-only properties. Methods and properties are added
+// before the object is registered.
 class ExportedInterface {
  public:
   explicit ExportedInterface(std::string name);
@@ -211,12 +214,28 @@ class ExportedInterface {
                          }));
   }
 
+  // Adds the read-only property |name| of type T, holding T{} until set.
+  // The interface owns it. While the object is on the bus, the changes made
+  // in one turn of the loop go out as one PropertiesChanged, posted to the
+  // loop (see EmitsChangedSignal).
+  template <typename T>
+  ExportedProperty<T>* AddProperty(
+      const std::string& name,
+      EmitsChangedSignal emits = EmitsChangedSignal::kTrue) {
+    auto property = std::make_unique<ExportedProperty<T>>(
+        name, emits, [this, name] { OnPropertyChanged(name); });
+    ExportedProperty<T>* raw = property.get();
+    AddProperty(std::move(property));
+    return raw;
+  }
+
   const std::string& name() const { return name_; }
 
  private:
   friend class ExportedObject;
 
   struct Method {
+    std::string name;
     std::string in_signature;
     std::string out_signature;
     // NUL-separated in- then out-argument names, as sd-bus takes them.
@@ -234,11 +253,24 @@ class ExportedInterface {
   // false, having sent nothing, otherwise.
   bool HandleMethodCall(Message* call, std::string_view member);
 
+  // The method |name|, or null.
+  Method* FindMethod(std::string_view name);
+
+  void AddProperty(std::unique_ptr<ExportedPropertyBase> property);
+  ExportedPropertyBase* FindProperty(std::string_view name);
+  // Queues |name| for the next PropertiesChanged while on the bus.
+  void OnPropertyChanged(const std::string& name);
+
   const std::string name_;
-  // A map: its nodes do not move, so the bus may keep pointers to the names
+  // In the order they were added, which introspection shows. Each method
+  // stays where it was allocated, so the bus may keep pointers to its name
   // and signatures.
-  std::map<std::string, Method, std::less<>> methods_;
-  bool registered_ = false;
+  std::vector<std::unique_ptr<Method>> methods_;
+  std::vector<std::unique_ptr<ExportedPropertyBase>> properties_;
+  // Set once the object is on the bus.
+  ExportedObject* object_ = nullptr;
+  // Properties changed since the last PropertiesChanged, each once.
+  std::vector<std::string> changed_;
 };
 
 // An object exported on the bus at one path, with its interfaces. Its
@@ -269,6 +301,7 @@ class ExportedObject {
   const std::string& path() const { return path_; }
 
  private:
+  friend class ExportedInterface;
   struct Registration;
   // The sd-bus callbacks.
   struct Trampolines;
@@ -276,6 +309,9 @@ class ExportedObject {
   bool Register();
   // Handles |call| if it is one of our methods; false sends nothing.
   bool HandleMethodCall(Message* call);
+  // Posts the announcement of changed properties, once per turn.
+  void SchedulePropertiesChanged();
+  void EmitPropertiesChanged();
 
   ExportedObjectManager* const object_manager_;
   const std::shared_ptr<Bus> bus_;
@@ -284,6 +320,7 @@ class ExportedObject {
       interfaces_;
   std::unique_ptr<Registration> registration_;
   TaskId pending_completion_ = 0;
+  TaskId pending_properties_changed_ = 0;
 };
 
 }  // namespace morvane::ap

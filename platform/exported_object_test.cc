@@ -44,21 +44,13 @@ class ExportedObjectTest : public BusTest {
     sd_bus_flush_close_unref(client_);
   }
 
-  // Exports kPath with kInterface, whose "Next" answers |base| + 1 and whose
-  // "SetState" succeeds for state "ok" only, with a named error for
-  // "named"; waits for the registration to complete.
+  // Exports kPath with kInterface, whose "SetState" (added first) succeeds for state "ok" only, with a named error for
+  // "named", and whose "Next" answers |base| + 1; waits for the
+  // registration to complete.
   void Export() {
     object_ =
         std::make_unique<ExportedObject>(object_manager_.get(), bus_, kPath);
     ExportedInterface* interface = object_->AddOrGetInterface(kInterface);
-    interface->AddMethodHandler(
-        "Next", {"base"}, {"next"},
-        std::function<bool(ErrorPtr*, uint32_t, uint32_t*)>(
-            [this](ErrorPtr*, uint32_t base, uint32_t* next) {
-              calls_.push_back("Next " + std::to_string(base));
-              *next = base + 1;
-              return true;
-            }));
     interface->AddMethodHandler(
         "SetState", {"state", "value", "duration_seconds"}, {},
         std::function<bool(ErrorPtr*, const std::string&, const std::string&,
@@ -73,6 +65,17 @@ class ExportedObjectTest : public BusTest {
               }
               return state == "ok";
             }));
+    interface->AddMethodHandler(
+        "Next", {"base"}, {"next"},
+        std::function<bool(ErrorPtr*, uint32_t, uint32_t*)>(
+            [this](ErrorPtr*, uint32_t base, uint32_t* next) {
+              calls_.push_back("Next " + std::to_string(base));
+              *next = base + 1;
+              return true;
+            }));
+    level_ = interface->AddProperty<uint32_t>("Level");
+    deadline_ = interface->AddProperty<uint64_t>("Deadline",
+                                                 EmitsChangedSignal::kFalse);
     std::optional<bool> result;
     object_->RegisterAsync([&](bool success) { result = success; });
     EXPECT_FALSE(result) << "completion ran inside RegisterAsync";
@@ -86,11 +89,16 @@ class ExportedObjectTest : public BusTest {
   template <typename... Args>
   std::unique_ptr<Message> Call(const char* member, const char* types,
                                 Args... args) {
+    return CallOn(kInterface, member, types, args...);
+  }
+  template <typename... Args>
+  std::unique_ptr<Message> CallOn(const char* interface, const char* member,
+                                  const char* types, Args... args) {
     const char* service = nullptr;
     sd_bus_get_unique_name(bus_->raw(), &service);
     sd_bus_message* call = nullptr;
     EXPECT_GE(sd_bus_message_new_method_call(client_, &call, service, kPath,
-                                             kInterface, member),
+                                             interface, member),
               0);
     EXPECT_GE(sd_bus_message_append(call, types, args...), 0);
     std::unique_ptr<Message> reply;
@@ -115,11 +123,29 @@ class ExportedObjectTest : public BusTest {
     return 0;
   }
 
+  // Records "Name=value" for each property of type "u" a PropertiesChanged
+  // of kPath carries.
+  static int OnPropertiesChanged(sd_bus_message* m, void* userdata,
+                                 sd_bus_error*) {
+    auto* self = static_cast<ExportedObjectTest*>(userdata);
+    const char* name = nullptr;
+    uint32_t value = 0;
+    sd_bus_message_skip(m, "s");
+    sd_bus_message_enter_container(m, 'a', "{sv}");
+    while (sd_bus_message_read(m, "{sv}", &name, "u", &value) > 0) {
+      self->changes_.push_back(std::string(name) + "=" + std::to_string(value));
+    }
+    return 0;
+  }
+
   std::unique_ptr<ExportedObjectManager> object_manager_;
   std::unique_ptr<ExportedObject> object_;
   sd_bus* client_ = nullptr;
   std::vector<std::string> calls_;
   std::vector<std::pair<std::string, std::string>> signals_;
+  std::vector<std::string> changes_;
+  ExportedProperty<uint32_t>* level_ = nullptr;
+  ExportedProperty<uint64_t>* deadline_ = nullptr;
 };
 
 TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
@@ -143,6 +169,47 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
   EXPECT_EQ(named->error_message(), "named failure");
   EXPECT_THAT(calls_, ElementsAre("Next 41", "SetState ok in_progress 30",
                                   "SetState bad  1", "SetState named  1"));
+}
+
+TEST_F(ExportedObjectTest, IntrospectionListsMethodsInTheOrderAdded) {
+  Export();
+
+  auto reply = CallOn("org.freedesktop.DBus.Introspectable", "Introspect", "");
+
+  ASSERT_TRUE(reply);
+  std::string xml;
+  MessageReader reader(reply.get());
+  ASSERT_TRUE(ReadArgs(reader, nullptr, &xml));
+  EXPECT_LT(xml.find("\"SetState\""), xml.find("\"Next\"")) << xml;
+}
+
+TEST_F(ExportedObjectTest, PropertiesAnnounceATurnsChangesInOneSignal) {
+  Export();
+  ASSERT_GE(sd_bus_match_signal(client_, nullptr, nullptr, kPath,
+                                "org.freedesktop.DBus.Properties",
+                                "PropertiesChanged",
+                                &ExportedObjectTest::OnPropertiesChanged, this),
+            0);
+
+  level_->SetValue(7);
+  level_->SetValue(8);
+  deadline_->SetValue(99);
+  RunUntil([&] { return !changes_.empty(); });
+  level_->SetValue(8);
+  deadline_->SetValue(100);
+  auto level = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
+                      kInterface, "Level");
+  auto deadline = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
+                         kInterface, "Deadline");
+
+  EXPECT_THAT(changes_, ElementsAre("Level=8"));
+  ASSERT_TRUE(level && deadline);
+  uint32_t level_value = 0;
+  uint64_t deadline_value = 0;
+  EXPECT_GE(sd_bus_message_read(level->raw(), "v", "u", &level_value), 0);
+  EXPECT_GE(sd_bus_message_read(deadline->raw(), "v", "t", &deadline_value), 0);
+  EXPECT_EQ(level_value, 8u);
+  EXPECT_EQ(deadline_value, 100u);
 }
 
 TEST_F(ExportedObjectTest, BadArgumentsAreRejectedWithoutCallingTheMethod) {

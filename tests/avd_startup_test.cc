@@ -31,6 +31,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 constexpr uint64_t kTimeoutUs = 20'000'000;
 constexpr char kClip[] = "/usr/share/sounds/ap/network_creation.raw";
@@ -157,7 +158,7 @@ TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) 
 
 // Once the name is owned the Manager is in place: a client that sees the
 // name appear may call it at once.
-TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
+TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOwned) {
   AvdProcess avd(bus_.address());
   sd_bus* client = bus_.Connect();
   ASSERT_NE(client, nullptr);
@@ -165,8 +166,10 @@ TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
   ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
   sd_bus_message* objects = nullptr;
   sd_bus_message* introspection = nullptr;
-  const char* path = nullptr;
+  sd_bus_message* status = nullptr;
+  std::vector<std::string> paths;
   const char* xml = nullptr;
+  const char* status_xml = nullptr;
 
   ASSERT_GE(sd_bus_call_method(client, kService, "/org/tessaly/ap/AudioVisual",
                                "org.freedesktop.DBus.ObjectManager",
@@ -177,17 +180,35 @@ TEST_F(AvdStartupTest, ManagerIsListedAndIntrospectableOnceTheNameIsOwned) {
                                "org.freedesktop.DBus.Introspectable",
                                "Introspect", nullptr, &introspection, ""),
             0);
+  ASSERT_GE(sd_bus_call_method(client, kService,
+                               "/org/tessaly/ap/AudioVisual/Status",
+                               "org.freedesktop.DBus.Introspectable",
+                               "Introspect", nullptr, &status, ""),
+            0);
 
   ASSERT_GT(sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}"), 0);
-  ASSERT_GT(sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}"), 0);
-  EXPECT_GE(sd_bus_message_read(objects, "o", &path), 0);
+  while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
+    const char* path = nullptr;
+    EXPECT_GE(sd_bus_message_read(objects, "o", &path), 0);
+    paths.push_back(path);
+    sd_bus_message_skip(objects, "a{sa{sv}}");
+    sd_bus_message_exit_container(objects);
+  }
   EXPECT_GE(sd_bus_message_read(introspection, "s", &xml), 0);
-  EXPECT_STREQ(path, "/org/tessaly/ap/AudioVisual/Manager");
+  EXPECT_GE(sd_bus_message_read(status, "s", &status_xml), 0);
+  EXPECT_THAT(paths, UnorderedElementsAre("/org/tessaly/ap/AudioVisual/Manager",
+                                          "/org/tessaly/ap/AudioVisual/Status"));
+  // Deadlines move on every repeated call: never announced.
+  EXPECT_THAT(status_xml, HasSubstr("<property name=\"TimedStateDeadlines\" "
+                                    "type=\"a{st}\" access=\"read\">\n"
+                                    "   <annotation name=\"org.freedesktop.DBus."
+                                    "Property.EmitsChangedSignal\" value=\"false\"/>"));
   EXPECT_THAT(xml, HasSubstr("<interface name=\"org.tessaly.ap.AudioVisual.Manager\">"));
   EXPECT_THAT(xml, HasSubstr("<arg type=\"u\" name=\"operation_id\" direction=\"out\"/>"));
   EXPECT_THAT(xml, HasSubstr("<arg type=\"u\" name=\"duration_seconds\" direction=\"in\"/>"));
   sd_bus_message_unref(objects);
   sd_bus_message_unref(introspection);
+  sd_bus_message_unref(status);
   sd_bus_flush_close_unref(client);
 }
 

@@ -190,5 +190,21 @@ TEST_F(DbusPolicyTest, OnlyRootAndTheDaemonsGroupCallTheManager) {
   EXPECT_EQ(CallAs(kStrangerUser), 1);
 }
 
+TEST_F(DbusPolicyTest, AnyoneReadsPropertiesButNobodyElseSetsThem) {
+  StartOwner();
+  auto call = [](const char* member) {
+    return [member](sd_bus* bus) {
+      sd_bus_error error = SD_BUS_ERROR_NULL;
+      const int r = sd_bus_call_method(bus, kService, kPath,
+                                       "org.freedesktop.DBus.Properties",
+                                       member, &error, nullptr, "s", "x");
+      return Outcome(r, sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED));
+    };
+  };
+
+  EXPECT_EQ(Run(kStrangerUser, call("GetAll")), 0);
+  EXPECT_EQ(Run(kStrangerUser, call("Set")), 1);
+}
+
 }  // namespace
 }  // namespace morvane::ap

@@ -2,8 +2,8 @@
 # `cmake --install` of build directory $1 into a temporary DESTDIR gives a
 # device what it needs and nothing it has of its own (the stand-in
 # libraries), the systemd unit passes `systemd-analyze verify` there, the
-# manual page formats without a warning, and avd reports the project's
-# version (the build's own: the installed one lacks the stand-ins).
+# manual pages format without a warning, and avd and avctl report the project's
+# version (the builds' own: the installed daemon lacks the stand-ins).
 set -eu
 build=$1
 dest=$(mktemp -d)
@@ -11,11 +11,12 @@ trap 'rm -rf "$dest"' EXIT
 
 DESTDIR=$dest cmake --install "$build" >/dev/null
 prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
-for file in sbin/avd \
+for file in sbin/avd bin/avctl \
             share/dbus-1/system.d/org.tessaly.ap.AudioVisual.conf \
             share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Manager.xml \
+            share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Status.xml \
             share/dbus-1/system-services/org.tessaly.ap.AudioVisual.service \
-            share/man/man8/avd.8 \
+            share/man/man8/avd.8 share/man/man1/avctl.1 \
             lib/systemd/system/avd.service \
             lib/sysusers.d/avd.conf \
             lib/udev/rules.d/60-avd.rules; do
@@ -33,8 +34,12 @@ systemd-analyze verify --root="$dest" --recursive-errors=no \
   "$dest$prefix/lib/systemd/system/avd.service"
 grep -qx "SystemdService=avd.service" \
   "$dest$prefix/share/dbus-1/system-services/org.tessaly.ap.AudioVisual.service"
-warnings=$(groff -man -Tutf8 -ww -z "$dest$prefix/share/man/man8/avd.8" 2>&1)
-[ -z "$warnings" ] || { echo "avd.8: $warnings"; exit 1; }
+for page in man8/avd.8 man1/avctl.1; do
+  warnings=$(groff -man -Tutf8 -ww -z "$dest$prefix/share/man/$page" 2>&1)
+  [ -z "$warnings" ] || { echo "$page: $warnings"; exit 1; }
+done
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
 [ "$("$build/av/avd" --version)" = "avd $version" ] ||
   { echo "avd --version does not say $version"; exit 1; }
+[ "$("$build/avctl/avctl" --version)" = "avctl $version" ] ||
+  { echo "avctl --version does not say $version"; exit 1; }

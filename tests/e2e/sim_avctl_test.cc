@@ -1,0 +1,138 @@
+// avctl against the production avd under the simulator: what it prints
+// follows what the daemon does.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <poll.h>
+
+#include <cstdio>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/e2e/sim_process.h"
+
+namespace morvane::ap {
+namespace {
+
+using ::testing::HasSubstr;
+
+class SimAvctlTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
+    sim_.Expect("ready");
+    sim_.Expect("brightness 76");  // The configuration has arrived.
+    const std::string prefix = "bus started pid=";
+    const std::string line = sim_.lines()[*sim_.WaitForPrefix(prefix)];
+    address_ = line.substr(line.find("address=") + 8);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
+  }
+  void TearDown() override { unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
+
+  // Runs avctl |args| (cut after 10 s); returns its exit status, and what
+  // it printed in |output|.
+  int Avctl(const std::string& args, std::string* output) {
+    FILE* out = popen(("timeout 10 " AVCTL_BINARY " " + args + " 2>&1").c_str(), "r");
+    char buffer[4096];
+    output->clear();
+    while (size_t n = fread(buffer, 1, sizeof(buffer), out)) output->append(buffer, n);
+    const int status = pclose(out);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string Status() {
+    std::string output;
+    EXPECT_EQ(Avctl("status", &output), 0) << output;
+    return output;
+  }
+  // The simulator's command, done once its light line came.
+  void Sim(const std::string& command, const std::string& line) {
+    const size_t from = sim_.lines().size();
+    ASSERT_TRUE(sim_.Send(command));
+    sim_.Expect(line, from);
+  }
+
+  SimProcess sim_;
+  std::string address_;
+};
+
+TEST_F(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
+  // The monitor prints into a pipe; it is on the bus once the first status
+  // is there.
+  int pipe_fds[2];
+  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], 1);
+  pid_t monitor = -1;
+  char* argv[] = {const_cast<char*>(AVCTL_BINARY), const_cast<char*>("monitor"),
+                  nullptr};
+  ASSERT_EQ(posix_spawn(&monitor, AVCTL_BINARY, &actions, nullptr, argv, environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  close(pipe_fds[1]);
+  std::string changes;
+  // Reads the monitor's output until it holds |text|, for at most 10 s.
+  auto monitored = [&](const std::string& text) {
+    pollfd readable = {pipe_fds[0], POLLIN, 0};
+    char buffer[4096];
+    while (changes.find(text) == std::string::npos && poll(&readable, 1, 10'000) > 0) {
+      const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
+      if (n <= 0) break;
+      changes.append(buffer, n);
+    }
+    return changes.find(text) != std::string::npos;
+  };
+  ASSERT_TRUE(monitored("Audio server")) << changes;
+  std::string output;
+
+  std::string status = Status();
+  EXPECT_THAT(status, HasSubstr("avd: light state 0, start-up (decided by wan_failure)\n"));
+  EXPECT_THAT(status, HasSubstr("      Brightness: 76 of 255, configured\n"));
+  EXPECT_THAT(status, HasSubstr("  Last operation: none\n"));
+  EXPECT_THAT(status, HasSubstr("Proximity sensor: in use\n"));
+  EXPECT_THAT(status, HasSubstr("    Touch device: in use\n"));
+
+  EXPECT_EQ(Avctl("op start", &output), 0);
+  EXPECT_EQ(output, "1\n");
+  sim_.Expect("light state 6");
+  Sim("wan online", "upstart ap-wan-online");
+  status = Status();
+  EXPECT_THAT(status, HasSubstr("light state 6, operation in progress (decided by vox)\n"));
+  EXPECT_THAT(status, HasSubstr("       Connected: yes (WAN online, no group failure)\n"));
+  EXPECT_THAT(status, HasSubstr("    Timed states: vox \"in_progress\", "));
+  EXPECT_THAT(status, HasSubstr("  Last operation: 1\n"));
+
+  EXPECT_EQ(Avctl("op succeed", &output), 0) << output;
+  sim_.Expect("light transition 1 0");
+  Sim("group failure", "light state 2");
+  status = Status();
+  EXPECT_THAT(status, HasSubstr("light state 2, WAN failure (decided by not_connected)\n"));
+  EXPECT_THAT(status, HasSubstr("Connected: no (WAN online, group failure)\n"));
+  EXPECT_THAT(status, HasSubstr("    Timed states: none\n"));
+
+  EXPECT_EQ(Avctl("led vox x", &output), 2);
+  EXPECT_EQ(Avctl("led bogus x 1", &output), 1);
+  EXPECT_THAT(output, HasSubstr("avctl: Failed to call SetLedState: "));
+  EXPECT_THAT(output, HasSubstr("avd accepts the names \"vox\" and \"setup_activity\""));
+
+  EXPECT_TRUE(monitored("\nDecidingInput=vox LightState=6 "
+                        "TimedStates=vox:in_progress,wan_failure:\n"
+                        "Connected=yes TimedStates=vox:in_progress WanOnline=yes\n"
+                        "DecidingInput=connected LightState=1 TimedStates=\n"
+                        "Connected=no DecidingInput=not_connected "
+                        "GroupFailure=yes LightState=2\n"))
+      << changes;
+  kill(monitor, SIGTERM);
+  int wait_status = 0;
+  waitpid(monitor, &wait_status, 0);
+  close(pipe_fds[0]);
+  EXPECT_TRUE(WIFEXITED(wait_status) && WEXITSTATUS(wait_status) == 0);
+}
+
+}  // namespace
+}  // namespace morvane::ap
