@@ -36,12 +36,16 @@ LightingManager::LightingManager(
     : loop_(loop), client_(client), status_(status) {
   client_->SetState(kLightStateStartup);
   status_->light_state().SetValue(kLightStateStartup);
+  status_->timed_state_deadlines().SetSource(
+      [this] { return TimedStateDeadlines(); });
   SetTimedState(kWanFailure, "", kStartupWanGraceSeconds);
 }
 
 // Members go in reverse order: the D-Bus object first, then the adaptor,
 // then the timed states, whose timers stop without running.
-LightingManager::~LightingManager() = default;
+LightingManager::~LightingManager() {
+  status_->timed_state_deadlines().SetSource(nullptr);
+}
 
 void LightingManager::RegisterAsync(ExportedObjectManager* object_manager,
                                     std::function<void(bool)> completion) {
@@ -175,15 +179,38 @@ void LightingManager::Report(const Decision& decision) {
   status_->connected().SetValue(connected_);
   status_->setup_mode().SetValue(in_setup_);
   status_->setup_complete_hold().SetValue(IsActive(kSetupComplete));
-  std::map<std::string, std::string> values;
-  std::map<std::string, uint64_t> deadlines;
+  if (!TimedStatesShown()) status_->timed_states().SetValue(TimedStateValues());
+}
+
+bool LightingManager::TimedStatesShown() const {
+  const std::map<std::string, std::string>& shown =
+      status_->timed_states().value();
+  size_t running = 0;
   for (const auto& [name, state] : states_) {
     if (!state.timer.IsRunning()) continue;
-    values.emplace(name, state.value);
-    deadlines.emplace(name, static_cast<uint64_t>(state.deadline_us));
+    ++running;
+    const auto it = shown.find(name);
+    if (it == shown.end() || it->second != state.value) return false;
   }
-  status_->timed_states().SetValue(values);
-  status_->timed_state_deadlines().SetValue(deadlines);
+  return running == shown.size();
+}
+
+std::map<std::string, std::string> LightingManager::TimedStateValues() const {
+  std::map<std::string, std::string> values;
+  for (const auto& [name, state] : states_) {
+    if (state.timer.IsRunning()) values.emplace(name, state.value);
+  }
+  return values;
+}
+
+std::map<std::string, uint64_t> LightingManager::TimedStateDeadlines() const {
+  std::map<std::string, uint64_t> deadlines;
+  for (const auto& [name, state] : states_) {
+    if (state.timer.IsRunning()) {
+      deadlines.emplace(name, static_cast<uint64_t>(state.deadline_us));
+    }
+  }
+  return deadlines;
 }
 
 }  // namespace morvane::ap

@@ -118,6 +118,12 @@ class LightingManager : public org::tessaly::ap::AudioVisual::ManagerInterface {
   // Logs a change of the light state; then sets every status property the
   // manager holds.
   void Report(const Decision& decision);
+  // Whether the status shows the running timed states with their values:
+  // a repeated request changes nothing there, and this costs no copy.
+  bool TimedStatesShown() const;
+  std::map<std::string, std::string> TimedStateValues() const;
+  // Computed when a client asks: a repeated request moves its deadline.
+  std::map<std::string, uint64_t> TimedStateDeadlines() const;
 
   TaskLoop* const loop_;
   LightingClient* const client_;

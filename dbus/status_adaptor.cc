@@ -21,8 +21,9 @@ StatusAdaptor::StatusAdaptor(::morvane::ap::ExportedObject* object) {
   setup_complete_hold_ = itf->AddProperty<bool>("SetupCompleteHold");
   timed_states_ =
       itf->AddProperty<std::map<std::string, std::string>>("TimedStates");
-  timed_state_deadlines_ = itf->AddProperty<std::map<std::string, uint64_t>>(
-      "TimedStateDeadlines", EmitsChangedSignal::kFalse);
+  timed_state_deadlines_ =
+      itf->AddComputedProperty<std::map<std::string, uint64_t>>(
+          "TimedStateDeadlines");
   last_operation_id_ = itf->AddProperty<uint32_t>("LastOperationId",
                                                  EmitsChangedSignal::kFalse);
   touch_device_in_use_ = itf->AddProperty<bool>("TouchDeviceInUse");

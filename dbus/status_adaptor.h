@@ -13,6 +13,7 @@ class ExportedObject;
 
 namespace org::tessaly::ap::AudioVisual {
 
+using ::morvane::ap::ComputedProperty;
 using ::morvane::ap::ExportedProperty;
 
 inline constexpr char kStatusInterface[] = "org.tessaly.ap.AudioVisual.Status";
@@ -47,7 +48,7 @@ class StatusAdaptor {
   ExportedProperty<std::map<std::string, std::string>>& timed_states() {
     return *timed_states_;
   }
-  ExportedProperty<std::map<std::string, uint64_t>>& timed_state_deadlines() {
+  ComputedProperty<std::map<std::string, uint64_t>>& timed_state_deadlines() {
     return *timed_state_deadlines_;
   }
   ExportedProperty<uint32_t>& last_operation_id() {
@@ -74,7 +75,7 @@ class StatusAdaptor {
   ExportedProperty<bool>* setup_mode_;
   ExportedProperty<bool>* setup_complete_hold_;
   ExportedProperty<std::map<std::string, std::string>>* timed_states_;
-  ExportedProperty<std::map<std::string, uint64_t>>* timed_state_deadlines_;
+  ComputedProperty<std::map<std::string, uint64_t>>* timed_state_deadlines_;
   ExportedProperty<uint32_t>* last_operation_id_;
   ExportedProperty<bool>* touch_device_in_use_;
   ExportedProperty<bool>* proximity_sensor_in_use_;

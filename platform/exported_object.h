@@ -229,6 +229,15 @@ class ExportedInterface {
     return raw;
   }
 
+  // Adds a property computed when asked (see ComputedProperty).
+  template <typename T>
+  ComputedProperty<T>* AddComputedProperty(const std::string& name) {
+    auto property = std::make_unique<ComputedProperty<T>>(name);
+    ComputedProperty<T>* raw = property.get();
+    AddProperty(std::move(property));
+    return raw;
+  }
+
   const std::string& name() const { return name_; }
 
  private:

@@ -79,6 +79,31 @@ class ExportedProperty : public ExportedPropertyBase {
   T value_{};
 };
 
+// A read-only property computed when a client asks, never announced: for
+// a value that moves on every call (a deadline), cheaper to derive on the
+// rare Get than to keep up to date on every call.
+template <typename T>
+class ComputedProperty : public ExportedPropertyBase {
+ public:
+  explicit ComputedProperty(std::string name)
+      : ExportedPropertyBase(std::move(name), EmitsChangedSignal::kFalse,
+                             [] {}) {}
+
+  // |compute| answers from now on; without one the value is T{}. Whoever
+  // sets it clears it (nullptr) before |compute| becomes invalid.
+  void SetSource(std::function<T()> compute) { compute_ = std::move(compute); }
+
+  T value() const { return compute_ ? compute_() : T{}; }
+
+  const char* signature() const override { return DbusType<T>::kSignature; }
+  bool AppendValue(MessageWriter* writer) const override {
+    return writer->Append(value());
+  }
+
+ private:
+  std::function<T()> compute_;
+};
+
 }  // namespace morvane::ap
 
 #endif  // PLATFORM_EXPORTED_PROPERTY_H_
