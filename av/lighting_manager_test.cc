@@ -29,7 +29,11 @@ class LightingManagerTest : public testing::Test {
     Verify();
   }
 
-  void Seconds(int64_t seconds) { loop_.FastForwardBy(seconds * kSecondUs); }
+  // Moves the clock on; the light calls expected by then must have come.
+  void Seconds(int64_t seconds) {
+    loop_.FastForwardBy(seconds * kSecondUs);
+    Verify();
+  }
 
   void ExpectState(int state) { EXPECT_CALL(lighting_, SetState(state)); }
   void ExpectTransition(int state) {
@@ -78,7 +82,6 @@ TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
 
   ExpectState(kLightStateStartup);
   Seconds(30);
-  Verify();
   EXPECT_EQ(status_.deciding_input().value(), "wan_failure");
   EXPECT_THAT(status_.timed_states().value(),
               ElementsAre(Pair("wan_failure", "")));
@@ -99,7 +102,6 @@ TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
 
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 
   Seconds(600);  // nothing more is scheduled
   EXPECT_EQ(loop_.PendingTaskCount(), 0u);
@@ -134,14 +136,12 @@ TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSet
 
   ExpectState(kLightStateSetup);
   Seconds(15);
-  Verify();
 
   ExpectState(kLightStateSetupActivity);
   EXPECT_TRUE(SetLedState("setup_activity", "", 3));
   Verify();
   ExpectState(kLightStateSetup);
   Seconds(3);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
@@ -157,7 +157,6 @@ TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
   Seconds(29);
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
@@ -169,7 +168,6 @@ TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   Seconds(29);
   ExpectState(kLightStateStartup);  // grace still running at 50 s
   Seconds(1);
-  Verify();
 
   ExpectState(kLightStateOperation);
   StartOperation();
@@ -179,7 +177,6 @@ TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   Verify();
   ExpectState(kLightStateStartup);
   Seconds(5);
-  Verify();
 
   // The longest duration does not overflow.
   ExpectState(kLightStateOperation);
@@ -188,7 +185,6 @@ TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   loop_.FastForwardBy(int64_t{4294967294} * kSecondUs);
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, SuccessIsSentByTransitionAlwaysFailureOnlyOnChange) {
@@ -217,7 +213,6 @@ TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
   Seconds(60);  // the grace ends unseen
-  Verify();
   LogCapture log;
 
   for (const char* name : {"wan_failure", "setup_complete", "Vox", "", "vox "}) {
