@@ -57,8 +57,6 @@ class ObjectProxyTest : public BusTest {
         [this](sd_bus_message* m) { return Serve(m, &hang_received_); }, loop);
   }
 
-  void TearDown() override { peer_.reset(); }
-
   std::unique_ptr<ObjectProxy> proxy_;
   std::atomic<bool> hang_received_{false};
   std::unique_ptr<TestPeer> peer_;
