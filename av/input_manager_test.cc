@@ -17,6 +17,7 @@
 #include "av/fake_input_device.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -39,10 +40,7 @@ class InputManagerTest : public testing::Test {
   }
 
   std::vector<std::string> PavoCalls() const {
-    std::vector<std::string> lines;
-    std::ifstream log(device_.dir() + "/pavo.log");
-    for (std::string line; std::getline(log, line);) lines.push_back(line);
-    return lines;
+    return ReadLines(device_.dir() + "/pavo.log");
   }
 
   void Send(uint16_t type, int32_t value = 1) {

@@ -123,15 +123,5 @@ TEST_F(InputMonitorTest, EndOfStreamClosesTheDeviceInsteadOfSpinning) {
   EXPECT_EQ(fcntl(monitor_fd_, F_GETFD), -1) << "descriptor still open";
 }
 
-TEST_F(InputMonitorTest, NothingIsDeliveredAfterDestruction) {
-  device_.WriteEvent(EV_KEY, KEY_WPS_BUTTON, 1);
-
-  monitor_.reset();
-  loop_.RunUntilIdle();
-
-  EXPECT_TRUE(events_.empty());
-  EXPECT_EQ(loop_.PendingTaskCount(), 0u);
-}
-
 }  // namespace
 }  // namespace morvane::ap

@@ -29,13 +29,18 @@ class LightingManagerTest : public testing::Test {
     Verify();
   }
 
-  void Seconds(int64_t seconds) { loop_.FastForwardBy(seconds * kSecondUs); }
+  // Moves the clock on; the light calls expected by then must have come.
+  void Seconds(int64_t seconds) {
+    loop_.FastForwardBy(seconds * kSecondUs);
+    Verify();
+  }
 
   void ExpectState(int state) { EXPECT_CALL(lighting_, SetState(state)); }
   void ExpectTransition(int state) {
     EXPECT_CALL(lighting_, SetStateWithTransition(state, 0));
   }
-  // Fails the test on any light call not expected before this point.
+  // Fails the test on an expected light call not made by this point; the
+  // strict mock fails any other call as it is made.
   void Verify() { testing::Mock::VerifyAndClearExpectations(&lighting_); }
 
   bool SetLedState(const std::string& state, const std::string& value,
@@ -77,7 +82,6 @@ TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
 
   ExpectState(kLightStateStartup);
   Seconds(30);
-  Verify();
   EXPECT_EQ(status_.deciding_input().value(), "wan_failure");
   EXPECT_THAT(status_.timed_states().value(),
               ElementsAre(Pair("wan_failure", "")));
@@ -95,11 +99,9 @@ TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
 
 TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {
   Seconds(59);
-  Verify();
 
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 
   Seconds(600);  // nothing more is scheduled
   EXPECT_EQ(loop_.PendingTaskCount(), 0u);
@@ -110,7 +112,6 @@ TEST_F(LightingManagerTest, ConnectionEndsTheGraceForGoodAndSetupOutranksIt) {
   manager_->SetConnected(true);
   Verify();
   manager_->SetConnected(true);  // unchanged: nothing sent
-  Verify();
 
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
@@ -128,7 +129,6 @@ TEST_F(LightingManagerTest, ConnectionEndsTheGraceForGoodAndSetupOutranksIt) {
 TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSetup) {
   EXPECT_TRUE(SetLedState("setup_activity", "scanning", 20));  // not in setup: unseen
   Seconds(5);
-  Verify();
 
   ExpectState(kLightStateSetupActivity);
   manager_->SetSetupMode(true);
@@ -136,14 +136,12 @@ TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSet
 
   ExpectState(kLightStateSetup);
   Seconds(15);
-  Verify();
 
   ExpectState(kLightStateSetupActivity);
   EXPECT_TRUE(SetLedState("setup_activity", "", 3));
   Verify();
   ExpectState(kLightStateSetup);
   Seconds(3);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
@@ -157,10 +155,8 @@ TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {
 
   // The hold outlasts the start-up grace, which setup completion ended.
   Seconds(29);
-  Verify();
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
@@ -170,10 +166,8 @@ TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   EXPECT_EQ(StartOperation(), 2u);
   Verify();
   Seconds(29);
-  Verify();
   ExpectState(kLightStateStartup);  // grace still running at 50 s
   Seconds(1);
-  Verify();
 
   ExpectState(kLightStateOperation);
   StartOperation();
@@ -183,17 +177,14 @@ TEST_F(LightingManagerTest, OperationShowsForItsLatestStartOrDuration) {
   Verify();
   ExpectState(kLightStateStartup);
   Seconds(5);
-  Verify();
 
   // The longest duration does not overflow.
   ExpectState(kLightStateOperation);
   EXPECT_TRUE(SetLedState("vox", "in_progress", 4294967295u));
   Verify();
   loop_.FastForwardBy(int64_t{4294967294} * kSecondUs);
-  Verify();
   ExpectState(kLightStateWanFailure);
   Seconds(1);
-  Verify();
 }
 
 TEST_F(LightingManagerTest, SuccessIsSentByTransitionAlwaysFailureOnlyOnChange) {
@@ -222,7 +213,6 @@ TEST_F(LightingManagerTest, RejectsNamesOtherThanVoxAndSetupActivity) {
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
   Seconds(60);  // the grace ends unseen
-  Verify();
   LogCapture log;
 
   for (const char* name : {"wan_failure", "setup_complete", "Vox", "", "vox "}) {

@@ -21,11 +21,6 @@ class ConfigurationMonitorTest : public BusTest {
     monitor_ = std::make_unique<ConfigurationMonitor>(bus_);
   }
 
-  void TearDown() override {
-    monitor_.reset();
-    controller_.reset();
-  }
-
   // Records every delivery as "config <intensity>" or "state <interface>".
   void Follow() {
     monitor_->SetDeviceConfigurationChangedCallback(

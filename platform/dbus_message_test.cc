@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-bus.h>
 
+#include <tuple>
+
 #include "platform/bus.h"
 #include "platform/event_loop.h"
 #include "tests/fixtures/bus_test.h"
@@ -37,32 +39,19 @@ class MessageTest : public BusTest {
 };
 
 TEST_F(MessageTest, ReadsBackEveryTypeItWrote) {
-  const std::vector<uint8_t> bytes = {1, 0, 255};
-  auto message =
-      Sealed(uint32_t{7}, int32_t{-3}, true, std::string("text"),
-             ObjectPath{"/a/b"}, bytes, std::vector<std::string>{"x", ""},
-             std::vector<ObjectPath>{{"/p"}, {"/q"}});
-
-  uint32_t u = 0;
-  int32_t i = 0;
-  bool b = false;
-  std::string s;
-  ObjectPath o;
-  std::vector<uint8_t> ay;
-  std::vector<std::string> as;
-  std::vector<ObjectPath> ao;
+  const auto written = std::make_tuple(
+      uint32_t{7}, int32_t{-3}, true, std::string("text"), ObjectPath{"/a/b"},
+      std::vector<uint8_t>{1, 0, 255}, std::vector<std::string>{"x", ""},
+      std::vector<ObjectPath>{{"/p"}, {"/q"}});
+  auto message = std::apply([&](const auto&... v) { return Sealed(v...); }, written);
+  std::remove_const_t<decltype(written)> read;
   ErrorPtr error;
   MessageReader reader(message.get());
-  ASSERT_TRUE(ReadArgs(reader, &error, &u, &i, &b, &s, &o, &ay, &as, &ao));
 
-  EXPECT_EQ(u, 7u);
-  EXPECT_EQ(i, -3);
-  EXPECT_TRUE(b);
-  EXPECT_EQ(s, "text");
-  EXPECT_EQ(o.value, "/a/b");
-  EXPECT_EQ(ay, bytes);
-  EXPECT_THAT(as, ElementsAre("x", ""));
-  EXPECT_THAT(ao, ElementsAre(ObjectPath{"/p"}, ObjectPath{"/q"}));
+  ASSERT_TRUE(std::apply(
+      [&](auto&... v) { return ReadArgs(reader, &error, &v...); }, read));
+
+  EXPECT_EQ(read, written);
   EXPECT_FALSE(error);
 }
 

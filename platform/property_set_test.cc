@@ -43,8 +43,6 @@ class PropertySetTest : public BusTest {
     set_->ConnectSignals();
   }
 
-  void TearDown() override { peer_.reset(); }
-
   // Joins the bus as the peer; GetAll answers with what |append| writes,
   // Get of "Text" with "got". Each call's method is kept in calls_.
   void StartPeer(std::function<void(sd_bus_message*)> append) {

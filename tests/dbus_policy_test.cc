@@ -11,7 +11,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <regex>
 #include <string>
@@ -19,7 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "sim/peer_bus.h"
-#include "tests/fixtures/temp_dir.h"
+#include "tests/fixtures/dbus_daemon_fixture.h"
 
 namespace morvane::ap {
 namespace {
@@ -27,6 +26,7 @@ namespace {
 constexpr char kService[] = "org.tessaly.ap.AudioVisual";
 constexpr char kPath[] = "/org/tessaly/ap/AudioVisual/Manager";
 constexpr char kInterface[] = "org.tessaly.ap.AudioVisual.Manager";
+constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 // Accounts every Debian system has stand in for the policy's: the
 // daemon's user avd is played by "daemon", the daemons' group ap by "bin",
 // a daemon of that group by the user "bin", a stranger by "nobody". The
@@ -37,10 +37,14 @@ constexpr char kDaemonsGroup[] = "bin";
 constexpr char kMemberUser[] = "bin";
 constexpr char kStrangerUser[] = "nobody";
 
-// A system bus as Debian sets it up (nothing allowed that is not granted),
-// with the policy file under test included, its user and group names
-// replaced by the test's accounts.
-std::string BusConfig(const std::string& dir) {
+// The default policy of Debian's system bus (nothing allowed that is not
+// granted), then the policy file under test, its user and group names
+// replaced by the test's accounts; empty without the system bus's file.
+std::string Policies() {
+  const std::string system = ReadFile("/usr/share/dbus-1/system.conf");
+  const size_t start = system.find("<policy context=\"default\">");
+  const size_t end = system.find("</policy>", start);
+  if (end == std::string::npos) return "";
   std::string body = ReadFile(AVD_POLICY_FILE);
   body = body.substr(body.find("<busconfig>") + strlen("<busconfig>"));
   body = body.substr(0, body.rfind("</busconfig>"));
@@ -48,29 +52,7 @@ std::string BusConfig(const std::string& dir) {
                             std::string("user=\"") + kDaemonUser + "\"");
   body = std::regex_replace(body, std::regex("group=\"ap\""),
                             std::string("group=\"") + kDaemonsGroup + "\"");
-  return R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=)" + dir + R"(/socket</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <deny own="*"/>
-    <deny send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-    <allow receive_type="signal"/>
-    <allow send_destination="org.freedesktop.DBus"
-           send_interface="org.freedesktop.DBus"/>
-    <allow send_destination="org.freedesktop.DBus"
-           send_interface="org.freedesktop.DBus.Introspectable"/>
-  </policy>
-)" + body + "</busconfig>\n";
+  return system.substr(start, end - start) + "</policy>\n" + body;
 }
 
 class DbusPolicyTest : public testing::Test {
@@ -83,17 +65,10 @@ class DbusPolicyTest : public testing::Test {
       ASSERT_TRUE(getpwnam(user)) << "no account " << user;
     }
     ASSERT_TRUE(getgrnam(kDaemonsGroup));
-    sigset_t mask;
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &mask, nullptr);
-    // The bus runs as root and must reach the socket; so must the callers.
-    std::filesystem::permissions(dir_.path(), std::filesystem::perms::all);
-    ASSERT_GE(sd_event_new(&event_), 0);
-    ErrorPtr error;
-    bus_ = StartBusDaemon(event_, dir_.Write("bus.conf", BusConfig(dir_.path())),
-                          nullptr, &address_, &error);
-    ASSERT_TRUE(bus_) << error->message();
+    const std::string policies = Policies();
+    ASSERT_FALSE(policies.empty()) << "no /usr/share/dbus-1/system.conf";
+    std::string error;
+    ASSERT_TRUE(bus_.Start(&error, policies)) << error;
   }
 
   void TearDown() override {
@@ -101,8 +76,6 @@ class DbusPolicyTest : public testing::Test {
       kill(owner_, SIGKILL);
       waitpid(owner_, nullptr, 0);
     }
-    bus_.reset();
-    sd_event_unref(event_);
   }
 
   // Forks a child that joins the bus as |user| and exits with what |body|
@@ -117,7 +90,7 @@ class DbusPolicyTest : public testing::Test {
     sd_bus* bus = nullptr;
     if (setgroups(0, nullptr) != 0 || setgid(account->pw_gid) != 0 ||
         setuid(account->pw_uid) != 0 || sd_event_new(&event) < 0 ||
-        !(bus = ConnectToBus(address_, event, nullptr))) {
+        !(bus = ConnectToBus(bus_.address(), event, nullptr))) {
       _exit(100);
     }
     _exit(body(bus));
@@ -154,21 +127,18 @@ class DbusPolicyTest : public testing::Test {
   // 0 for success, 1 for access denied, 2 for anything else.
   static int Outcome(int r, bool denied) { return r >= 0 ? 0 : denied ? 1 : 2; }
 
-  // What calling SetLedState gives as |user|.
-  int CallAs(const char* user) {
-    return Run(user, [](sd_bus* bus) {
+  // What calling |member| of |interface| on the Manager's path gives as
+  // |user|. The owner answers any call, whatever its arguments.
+  int CallAs(const char* user, const char* interface, const char* member) {
+    return Run(user, [=](sd_bus* bus) {
       sd_bus_error error = SD_BUS_ERROR_NULL;
-      const int r = sd_bus_call_method(bus, kService, kPath, kInterface,
-                                       "SetLedState", &error, nullptr, "ssu",
-                                       "vox", "in_progress", 30);
+      const int r = sd_bus_call_method(bus, kService, kPath, interface, member,
+                                       &error, nullptr, "s", "x");
       return Outcome(r, sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED));
     });
   }
 
-  TempDir dir_;
-  sd_event* event_ = nullptr;
-  std::unique_ptr<ChildProcess> bus_;
-  std::string address_;
+  DbusDaemonFixture bus_;
   pid_t owner_ = -1;
 };
 
@@ -185,25 +155,16 @@ TEST_F(DbusPolicyTest, OnlyTheDaemonsUserOwnsTheName) {
 TEST_F(DbusPolicyTest, OnlyRootAndTheDaemonsGroupCallTheManager) {
   StartOwner();
 
-  EXPECT_EQ(CallAs("root"), 0);
-  EXPECT_EQ(CallAs(kMemberUser), 0);
-  EXPECT_EQ(CallAs(kStrangerUser), 1);
+  EXPECT_EQ(CallAs("root", kInterface, "SetLedState"), 0);
+  EXPECT_EQ(CallAs(kMemberUser, kInterface, "SetLedState"), 0);
+  EXPECT_EQ(CallAs(kStrangerUser, kInterface, "SetLedState"), 1);
 }
 
 TEST_F(DbusPolicyTest, AnyoneReadsPropertiesButNobodyElseSetsThem) {
   StartOwner();
-  auto call = [](const char* member) {
-    return [member](sd_bus* bus) {
-      sd_bus_error error = SD_BUS_ERROR_NULL;
-      const int r = sd_bus_call_method(bus, kService, kPath,
-                                       "org.freedesktop.DBus.Properties",
-                                       member, &error, nullptr, "s", "x");
-      return Outcome(r, sd_bus_error_has_name(&error, SD_BUS_ERROR_ACCESS_DENIED));
-    };
-  };
 
-  EXPECT_EQ(Run(kStrangerUser, call("GetAll")), 0);
-  EXPECT_EQ(Run(kStrangerUser, call("Set")), 1);
+  EXPECT_EQ(CallAs(kStrangerUser, kProperties, "GetAll"), 0);
+  EXPECT_EQ(CallAs(kStrangerUser, kProperties, "Set"), 1);
 }
 
 }  // namespace
