@@ -8,15 +8,17 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 source "$top/board/board.sh"
 boots=${1:-3}
 trap board_off EXIT
+trap "exit 130" INT TERM
 
 # Monotonic seconds (since the kernel started) of a journal line.
 at='journalctl -o short-monotonic -q -b'
 measure='pid=$(systemctl show -p MainPID --value avd)
-  echo led $('"$at"' -u avd --grep "ring of 3 LEDs" | head -1 | tr -d "[]" | cut -d" " -f1)
-  echo owned $('"$at"' -u avd --grep "^Started avd" | head -1 | tr -d "[]" | cut -d" " -f1)
+  first() { '"$at"' -u avd | grep -m1 "$1" | tr -d "[]" | { read -r s _; echo $s; }; }
+  echo led $(first "ring of 3 LEDs")
+  echo owned $(first "Started avd")
   grep -E "^(VmRSS|RssAnon)" /proc/$pid/status | tr -d ":"
   grep "^Pss:" /proc/$pid/smaps_rollup | tr -d ":"
-  switches() { grep ctxt_switches /proc/$pid/status | awk "{ s += \$2 } END { print s }"; }
+  switches() { grep ctxt_switches /proc/$pid/status | mawk "{ s += \$2 } END { print s }"; }
   before=$(switches); sleep 60; echo wakeups $(($(switches) - before))'
 
 declare -A all

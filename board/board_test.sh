@@ -8,6 +8,7 @@ build=$(realpath "$1")
 source "$here/board.sh"
 "$here/make-image" "$build" "$build/board-image" || exit 1
 trap board_off EXIT
+trap "exit 130" INT TERM
 board_boot "$build/board-image" || { echo "board: the agent never answered"; exit 1; }
 
 passed=0 failed=0
