@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -19,12 +20,26 @@ constexpr size_t kMaxAttributeBytes = 4096;
 
 static_assert(LOG_WARNING == 4, "ReportLine's default priority");
 
+// Whether stderr is the journal's own stream (systemd names it in
+// JOURNAL_STREAM as "device:inode"): syslog reaches the same journal.
+bool StderrIsJournal() {
+  const char* stream = getenv("JOURNAL_STREAM");
+  unsigned long long device = 0, inode = 0;
+  struct stat status;
+  return stream && sscanf(stream, "%llu:%llu", &device, &inode) == 2 &&
+         fstat(STDERR_FILENO, &status) == 0 && status.st_dev == device &&
+         status.st_ino == inode;
+}
+
 }  // namespace
 
 void ReportLine(const std::string& message, int priority) {
   // Both, as the daemon logs: the init system keeps one, syslog the other.
+  // Under systemd both would reach the journal: syslog's copy alone does.
   // No openlog(): the lines carry the daemon's own ident.
+  static const bool stderr_is_journal = StderrIsJournal();
   syslog(priority, "lightcontrol-sysfs: %s", message.c_str());
+  if (stderr_is_journal) return;
   fprintf(stderr, "lightcontrol-sysfs: %s\n", message.c_str());
   fflush(stderr);
 }
