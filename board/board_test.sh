@@ -46,7 +46,7 @@ check "kill -9: restarted, ring back" "kill -9 \$(systemctl show -p MainPID --va
   systemctl is-active avd; $ring" $'active\n'"$state0"
 check "SIGHUP leaves the daemon" "systemctl kill -s HUP avd; sleep 3; $avd_up; systemctl is-active avd" active
 check "each log line once in the journal" "journalctl -o cat _SYSTEMD_INVOCATION_ID=\$(systemctl show -p InvocationID --value avd) |
-  grep -c 'ring of 3 LEDs'" 1
+  grep -c -e 'ring of 3 LEDs' -e 'Applying lighting configuration'" 2
 
 echo "board: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]
