@@ -73,6 +73,7 @@ std::unique_ptr<Led> Led::Probe(Sysfs* sysfs, const std::string& name) {
     // The list marks the active trigger as "[name]".
     for (const std::string& word : Words(*triggers)) {
       if (word == "pattern" || word == "[pattern]") led->has_pattern_trigger_ = true;
+      if (word == "[pattern]") led->pattern_active_ = true;
     }
   }
   const size_t colon = name.find(':');
@@ -103,17 +104,25 @@ bool Led::Show(Rgb colour, int master, const std::vector<PatternStep>& pattern,
   }
   const int top = Scale(Scale(component, master), max_brightness_);
 
-  // A dark LED needs no running pattern, and no kernel timer for it.
-  if (!pattern.empty() && has_pattern_trigger_ && top > 0 &&
-      Write("trigger", "pattern")) {
+  // Once an LED runs the pattern trigger it keeps it. Setting a trigger
+  // makes the trigger's attributes anew, owned by root: a daemon that is
+  // not root can write them only once udev has handed them over on the
+  // trigger's change event, which comes after the writes that follow at
+  // once. A steady level is then a pattern played once and held.
+  const bool animated = !pattern.empty() && top > 0;
+  if (has_pattern_trigger_ && !pattern_active_ && animated) {
+    pattern_active_ = Write("trigger", "pattern");
+  }
+  if (pattern_active_) {
+    const std::vector<PatternStep> held = {{255, 1}, {255, 1}};
     std::string steps;
-    for (const PatternStep& step : pattern) {
+    for (const PatternStep& step : animated ? pattern : held) {
       if (!steps.empty()) steps += ' ';
       steps += std::to_string(Scale(step.level, top)) + " " +
                std::to_string(step.duration_ms);
     }
     // The pattern (re)starts with the repeat count in force: write it first.
-    ok = Write("repeat", std::to_string(repeat)) && ok;
+    ok = Write("repeat", std::to_string(animated ? repeat : 1)) && ok;
     return Write("pattern", steps) && ok;
   }
   // Steady: no trigger may go on changing the brightness.

@@ -50,6 +50,7 @@ class Led {
   std::string colour_;  // Of a single-colour LED, from its name.
   bool has_trigger_ = false;
   bool has_pattern_trigger_ = false;
+  bool pattern_active_ = false;  // The trigger is "pattern" and stays so.
 };
 
 }  // namespace morvane::ap
