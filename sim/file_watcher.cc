@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/file_util.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -23,16 +25,7 @@ std::string DirectoryOf(const std::string& path) {
 
 std::string ReadWholeFile(const std::string& path) {
   std::string out;
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return out;
-  char buffer[4096];
-  for (;;) {
-    const ssize_t n = read(fd, buffer, sizeof(buffer));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    out.append(buffer, static_cast<size_t>(n));
-  }
-  close(fd);
+  ReadFileToString(path, &out);
   return out;
 }
 

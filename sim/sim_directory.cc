@@ -1,6 +1,5 @@
 #include "sim/sim_directory.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,8 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
+#include "platform/file_util.h"
 #include "sim/clips.h"
 
 namespace morvane::ap {
@@ -66,27 +65,25 @@ bool MakeFifo(const std::string& path, ErrorPtr* error) {
 // Whether |pid| no longer runs; a zombie (killed, not yet reaped) does not.
 bool Gone(pid_t pid) {
   if (kill(pid, 0) != 0) return errno == ESRCH;
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(stat)), {});
+  std::string text;
+  ReadFileToString("/proc/" + std::to_string(pid) + "/stat", &text);
   const size_t paren = text.rfind(')');
   return paren != std::string::npos && text.compare(paren, 3, ") Z") == 0;
 }
 
 // Removes the directories under |parent| that simulators left when they
-// were killed: those whose owner's pid no longer runs.
+// were killed: those whose owner's pid no longer runs. A directory without
+// an owner was kept, or is not ours.
 void RemoveOrphans(const std::string& parent) {
   std::error_code ec;
   for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
-    if (!entry.path().filename().string().starts_with("ap-sim.")) continue;
-    FILE* file = fopen((entry.path() / "owner").c_str(), "re");
-    if (!file) continue;  // Kept, or not ours.
-    char buffer[32] = {};
-    const bool read = fgets(buffer, sizeof(buffer), file) != nullptr;
-    fclose(file);
-    const pid_t pid = read ? static_cast<pid_t>(atoi(buffer)) : 0;
-    if (pid > 0 && Gone(pid)) {
-      std::filesystem::remove_all(entry.path(), ec);
+    std::string owner;
+    if (!entry.path().filename().string().starts_with("ap-sim.") ||
+        !ReadFileToString(entry.path() / "owner", &owner)) {
+      continue;
     }
+    const pid_t pid = static_cast<pid_t>(atoi(owner.c_str()));
+    if (pid > 0 && Gone(pid)) std::filesystem::remove_all(entry.path(), ec);
   }
 }
 
@@ -94,28 +91,13 @@ void RemoveOrphans(const std::string& parent) {
 
 bool WriteWholeFile(const std::string& path, const std::string& contents,
                     ErrorPtr* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                      0644);
-  if (fd < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to open %s: %s", path.c_str(), strerror(errno));
-    return false;
+  if (WriteFile(path, contents.data(), static_cast<int>(contents.size())) ==
+      static_cast<int>(contents.size())) {
+    return true;
   }
-  size_t done = 0;
-  while (done < contents.size()) {
-    const ssize_t n = write(fd, contents.data() + done, contents.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                         "Failed to write %s: %s", path.c_str(),
-                         strerror(errno));
-      close(fd);
-      return false;
-    }
-    done += static_cast<size_t>(n);
-  }
-  close(fd);
-  return true;
+  Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
+                     "Failed to write %s: %s", path.c_str(), strerror(errno));
+  return false;
 }
 
 std::unique_ptr<SimDirectory> SimDirectory::Create(
