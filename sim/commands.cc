@@ -37,18 +37,6 @@ std::string Trim(const std::string& text) {
   return text.substr(begin, end - begin + 1);
 }
 
-// 64 bits: a long is 32 on the device, too narrow for the full range of a
-// D-Bus duration in seconds.
-bool ParseNumber(const std::string& text, int64_t min, int64_t max,
-                 int64_t* out) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  const long long value = strtoll(text.c_str(), &end, 10);
-  if (*end != '\0' || value < min || value > max) return false;
-  *out = value;
-  return true;
-}
-
 std::string Arg(const Words& args, size_t i) {
   return i < args.size() ? args[i] : "";
 }
@@ -225,6 +213,18 @@ constexpr char kScriptHelp[] =
     "  help, quit                 quit lets what is under way arrive\n";
 
 }  // namespace
+
+// 64 bits: a long is 32 on the device, too narrow for the full range of a
+// D-Bus duration in seconds.
+bool ParseNumber(const std::string& text, int64_t min, int64_t max,
+                 int64_t* out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const long long value = strtoll(text.c_str(), &end, 10);
+  if (*end != '\0' || value < min || value > max) return false;
+  *out = value;
+  return true;
+}
 
 std::string CommandHelp() {
   std::string text = "commands:\n";

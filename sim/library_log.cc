@@ -15,10 +15,6 @@ std::optional<int> ParseInt(const std::string& text) {
   return static_cast<int>(value);
 }
 
-bool StartsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 }  // namespace
 
 LibraryOutcome TranslateLightControlLine(const std::string& raw) {
@@ -54,7 +50,7 @@ LibraryOutcome TranslatePavoLine(const std::string& raw,
                                  size_t network_creation_bytes,
                                  size_t touch_feedback_bytes) {
   LibraryOutcome out;
-  if (!StartsWith(raw, "play ")) {
+  if (!raw.starts_with("play ")) {
     out.line = "audio " + raw;
     return out;
   }
@@ -74,7 +70,7 @@ LibraryOutcome TranslatePavoLine(const std::string& raw,
 
 LibraryOutcome TranslateMetricsLine(const std::string& raw) {
   LibraryOutcome out;
-  out.line = StartsWith(raw, "enum ") ? "metric " + raw.substr(5)
+  out.line = raw.starts_with("enum ") ? "metric " + raw.substr(5)
                                       : "metric " + raw;
   return out;
 }

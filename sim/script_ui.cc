@@ -18,14 +18,6 @@ namespace {
 
 constexpr size_t kMaxRecent = 100'000;
 
-bool ParseMs(const std::string& text, int64_t min, int64_t max, int64_t* out) {
-  char* end = nullptr;
-  const long long value = strtoll(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || value < min || value > max) return false;
-  *out = value;
-  return true;
-}
-
 bool DaemonGone(const std::string& line) {
   return line.starts_with("avd failed to start") ||
          (line.starts_with("avd exited") && line.ends_with(", unasked"));
@@ -153,7 +145,7 @@ bool ScriptUi::Run(const std::string& line) {
     seconds.erase(0, seconds.find_first_not_of(' '));
     const bool ready = pattern == "ready";
     number = ready ? kReadyWaitMs / 1000 : kDefaultWaitMs / 1000;
-    if (pattern.empty() || (!seconds.empty() && !ParseMs(seconds, 1, 3600, &number))) {
+    if (pattern.empty() || (!seconds.empty() && !ParseNumber(seconds, 1, 3600, &number))) {
       Fail(line + ": expected PATTERN (\"quoted\" when it has spaces) and "
                   "SECONDS in 1..3600");
       return true;
@@ -173,7 +165,7 @@ bool ScriptUi::Run(const std::string& line) {
 
   recent_.clear();
   if (command == "sleep") {
-    if (!ParseMs(rest, 0, 600'000, &number)) {
+    if (!ParseNumber(rest, 0, 600'000, &number)) {
       Fail(line + ": expected MS in 0..600000");
       return true;
     }
