@@ -234,27 +234,29 @@ void DrawLight(Picture& p, const std::vector<TimelineEntry>& entries) {
         "\" fill=\"none\" stroke=\"#d08000\" stroke-width=\"2\"/>\n");
 }
 
+// The WAN as online and offline spans; a group failure and setup only
+// where they hold.
 void DrawWorld(Picture& p, const std::vector<TimelineEntry>& entries) {
-  const int64_t end = p.end_ms();
-  Spans<bool>(entries, end, [](const DeviceSnapshot& d) { return d.wan_online; },
-              [&p](int64_t from, int64_t to, bool online) {
-                p.Bar(kWan, from, to, online ? "#a8e0b8" : "#f4c09a",
-                      (online ? "online " : "offline ") + Seconds(to - from));
-              });
-  Spans<bool>(entries, end,
-              [](const DeviceSnapshot& d) { return d.group_failure; },
-              [&p](int64_t from, int64_t to, bool failure) {
-                if (failure) {
-                  p.Bar(kGroup, from, to, "#f4a0a0",
-                        "failure " + Seconds(to - from));
-                }
-              });
-  Spans<bool>(entries, end, [](const DeviceSnapshot& d) { return d.in_setup; },
-              [&p](int64_t from, int64_t to, bool setup) {
-                if (setup) {
-                  p.Bar(kSetup, from, to, "#a8c4f4", "in setup " + Seconds(to - from));
-                }
-              });
+  const struct {
+    RowIndex row;
+    bool DeviceSnapshot::*value;
+    const char *on_label, *on_fill, *off_label = nullptr, *off_fill = nullptr;
+  } kRows[] = {
+      {kWan, &DeviceSnapshot::wan_online, "online ", "#a8e0b8", "offline ",
+       "#f4c09a"},
+      {kGroup, &DeviceSnapshot::group_failure, "failure ", "#f4a0a0"},
+      {kSetup, &DeviceSnapshot::in_setup, "in setup ", "#a8c4f4"},
+  };
+  for (const auto& row : kRows) {
+    Spans<bool>(
+        entries, p.end_ms(),
+        [&row](const DeviceSnapshot& d) { return d.*row.value; },
+        [&](int64_t from, int64_t to, bool on) {
+          if (!on && !row.off_label) return;
+          p.Bar(row.row, from, to, on ? row.on_fill : row.off_fill,
+                (on ? row.on_label : row.off_label) + Seconds(to - from));
+        });
+  }
 }
 
 void DrawEvents(Picture& p, const std::vector<TimelineEntry>& entries) {
