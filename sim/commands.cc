@@ -119,7 +119,8 @@ std::string Led(Simulator* sim, const Words& args) {
     return "SECONDS must be 0..4294967295";
   }
   // Other names go to the daemon too, which refuses them.
-  sim->SetLedState(args[0], args[1], static_cast<uint32_t>(seconds));
+  sim->daemon_client()->SetLedState(args[0], args[1],
+                                    static_cast<uint32_t>(seconds));
   return "";
 }
 
@@ -167,9 +168,11 @@ const Command kCommands[] = {
      nullptr, [](Simulator* sim, int c) { sim->device()->SetVpdCache(c == 1); }},
     {"op", "start|succeed|fail", "SetOperation* on the daemon's Manager",
      nullptr, [](Simulator* sim, int c) {
-       if (c == 0) sim->StartOperation();
-       if (c == 1) sim->SucceedOperation();
-       if (c == 2) sim->FailOperation();
+       // The operation is the last one the daemon gave.
+       const uint32_t id = sim->state().last_operation_id;
+       if (c == 0) sim->daemon_client()->SetOperationInProgress();
+       if (c == 1) sim->daemon_client()->SetOperationSucceeded(id);
+       if (c == 2) sim->daemon_client()->SetOperationFailed(id);
      }},
     {"led", "NAME VALUE SECONDS",
      "SetLedState on the daemon's Manager. NAME: vox\n"
@@ -197,7 +200,7 @@ const Command kCommands[] = {
        if (!ParseNumber(Arg(args, 0), 1, 1'000'000, &calls)) {
          return std::string("N must be 1..1000000");
        }
-       sim->Flood(static_cast<int>(calls));
+       sim->daemon_client()->Flood(static_cast<int>(calls));
        return std::string();
      }},
 };

@@ -1,12 +1,5 @@
 #include "sim/simulator.h"
 
-#include <fcntl.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <sstream>
 #include <vector>
 
 #include "platform/event_loop.h"
@@ -15,8 +8,6 @@
 
 namespace morvane::ap {
 namespace {
-
-constexpr char kDomain[] = "sim";
 
 // An attribute's content without its line end.
 std::string Content(const std::string& text) {
@@ -51,9 +42,29 @@ bool Simulator::Start(ErrorPtr* error) {
   }
   if (!WriteWholeFile(directory_->ambient_file(),
                       std::to_string(state_.ambient) + "\n", error) ||
-      !StartBus(error) || !ConnectDaemonClient(error)) {
+      !(bus_daemon_ = StartBusDaemon(
+            loop_->event(), directory_->bus_config(),
+            [this](int status) {
+              Report("bus exited " + DescribeWaitStatus(status));
+              loop_->Quit(1);
+            },
+            &bus_address_, error))) {
     return false;
   }
+  state_.bus_address = bus_address_;
+  Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
+         " address=" + bus_address_);
+  daemon_client_ = std::make_unique<DaemonClient>(
+      loop_, bus_address_, [this](const std::string& line) { Report(line); },
+      [this](bool ready) {
+        state_.avd_ready = ready;
+        Changed();
+      },
+      [this](uint32_t id) {
+        state_.last_operation_id = id;
+        Changed();
+      });
+  if (!daemon_client_->Connect(error)) return false;
 
   const std::string& address = bus_address_;
   controller_ = std::make_unique<ControllerPeer>(
@@ -116,36 +127,6 @@ bool Simulator::Start(ErrorPtr* error) {
   daemon_->Start();
   Changed();
   return true;
-}
-
-bool Simulator::StartBus(ErrorPtr* error) {
-  bus_daemon_ = StartBusDaemon(
-      loop_->event(), directory_->bus_config(),
-      [this](int status) {
-        Report("bus exited " + DescribeWaitStatus(status));
-        loop_->Quit(1);
-      },
-      &bus_address_, error);
-  if (!bus_daemon_) return false;
-  state_.bus_address = bus_address_;
-  Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
-         " address=" + bus_address_);
-  return true;
-}
-
-bool Simulator::ConnectDaemonClient(ErrorPtr* error) {
-  daemon_client_ = std::make_unique<DaemonClient>(
-      loop_, bus_address_,
-      [this](const std::string& line) { Report(line); },
-      [this](bool ready) {
-        state_.avd_ready = ready;
-        Changed();
-      },
-      [this](uint32_t id) {
-        state_.last_operation_id = id;
-        Changed();
-      });
-  return daemon_client_->Connect(error);
 }
 
 bool Simulator::WatchFiles(ErrorPtr* error) {
@@ -228,21 +209,6 @@ void Simulator::Shutdown() {
   sysfs_board_.reset();
   bus_daemon_.reset();
   directory_.reset();
-}
-
-void Simulator::StartOperation() { daemon_client_->SetOperationInProgress(); }
-
-void Simulator::SucceedOperation() {
-  daemon_client_->SetOperationSucceeded(state_.last_operation_id);
-}
-
-void Simulator::FailOperation() {
-  daemon_client_->SetOperationFailed(state_.last_operation_id);
-}
-
-void Simulator::SetLedState(const std::string& name, const std::string& value,
-                            uint32_t seconds) {
-  daemon_client_->SetLedState(name, value, seconds);
 }
 
 void Simulator::Quit() { loop_->Quit(0); }
@@ -349,15 +315,9 @@ void Simulator::PublishWrongTypes() {
   controller_->PublishWrongType();
 }
 
-void Simulator::Flood(int calls) { daemon_client_->Flood(calls); }
-
 void Simulator::OnLightLine(const std::string& raw) {
   const LibraryOutcome out = TranslateLightControlLine(raw);
-  if (raw.rfind("light_init", 0) == 0) state_.light_initialized = true;
   if (out.light_state) state_.light_state = *out.light_state;
-  if (raw.rfind("light_set_state_with_transition", 0) == 0) {
-    ++state_.transitions;
-  }
   if (out.brightness) state_.brightness = *out.brightness;
   Report(out.line);
   Changed();
