@@ -1,8 +1,8 @@
 #include "sim/device_controls.h"
 
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 
 #include "sim/simulator.h"
@@ -15,16 +15,10 @@ constexpr uint16_t kButtonKeyCode = 0x211;
 // Spacing of the two wave events by their timestamps.
 constexpr int64_t kWaveGapNs = 200'000'000;
 
-int64_t MonotonicNs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-int64_t WallUs() {
-  timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
+// The time on |Clock| (the monotonic or the wall clock) in |Unit|s.
+template <typename Clock, typename Unit>
+int64_t Now() {
+  return Clock::now().time_since_epoch() / Unit(1);
 }
 
 }  // namespace
@@ -49,13 +43,15 @@ void DeviceControls::Drain() {
 }
 
 void DeviceControls::InjectWave() {
-  const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
+  const bool sent = iio_fifo_.Write(MakeWaveRecords(
+      Now<std::chrono::steady_clock, std::chrono::nanoseconds>(), kWaveGapNs));
   report_(sent ? "inject wave" : "inject wave dropped: event FIFO full");
 }
 
 void DeviceControls::InjectPress() {
-  const bool sent =
-      touch_fifo_.Write(MakeButtonPressRecords(kButtonKeyCode, WallUs()));
+  const bool sent = touch_fifo_.Write(MakeButtonPressRecords(
+      kButtonKeyCode,
+      Now<std::chrono::system_clock, std::chrono::microseconds>()));
   report_(sent ? "inject press" : "inject press dropped: input FIFO full");
 }
 
