@@ -4,8 +4,7 @@
 #include <linux/input.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
@@ -41,12 +40,7 @@ FifoWriter::~FifoWriter() {
 
 bool FifoWriter::Open(const std::string& path, ErrorPtr* error) {
   fd_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (fd_ < 0) {
-    Error::AddToPrintf(error, FROM_HERE, "sim", "io_error",
-                       "Failed to open %s: %s", path.c_str(), strerror(errno));
-    return false;
-  }
-  return true;
+  return fd_ >= 0 || SystemCallFailed(error, "open " + path);
 }
 
 bool FifoWriter::Write(const std::string& records) {

@@ -7,14 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 
 #include "platform/file_util.h"
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
-
-constexpr char kDomain[] = "sim";
 
 std::string DirectoryOf(const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -38,11 +36,7 @@ FileWatcher::~FileWatcher() {
 
 bool FileWatcher::Init(ErrorPtr* error) {
   inotify_fd_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (inotify_fd_ < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to set up inotify: %s", strerror(errno));
-    return false;
-  }
+  if (inotify_fd_ < 0) return SystemCallFailed(error, "set up inotify");
   Arm();
   return true;
 }
@@ -56,9 +50,7 @@ bool FileWatcher::WatchDirectoryOf(const std::string& path, ErrorPtr* error) {
   if (inotify_add_watch(inotify_fd_, dir.c_str(),
                         IN_MODIFY | IN_CLOSE_WRITE | IN_CREATE |
                             IN_MOVED_TO) < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to watch %s: %s", dir.c_str(), strerror(errno));
-    return false;
+    return SystemCallFailed(error, "watch " + dir);
   }
   directories_.push_back(dir);
   return true;

@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sim/system_error.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -28,8 +30,7 @@ std::unique_ptr<ChildProcess> StartBusDaemon(
     ChildProcess::ExitCallback on_exit, std::string* address, ErrorPtr* error) {
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to make a pipe: %s", strerror(errno));
+    SystemCallFailed(error, "make a pipe");
     return nullptr;
   }
   auto bus_daemon = std::make_unique<ChildProcess>(event);

@@ -6,11 +6,11 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 
 #include "platform/file_util.h"
 #include "sim/clips.h"
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
@@ -53,13 +53,8 @@ bool MakeDirs(const std::string& path, ErrorPtr* error) {
 }
 
 bool MakeFifo(const std::string& path, ErrorPtr* error) {
-  if (mkfifo(path.c_str(), 0600) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create FIFO %s: %s", path.c_str(),
-                       strerror(errno));
-    return false;
-  }
-  return true;
+  return mkfifo(path.c_str(), 0600) == 0 ||
+         SystemCallFailed(error, "create FIFO " + path);
 }
 
 // Whether |pid| no longer runs; a zombie (killed, not yet reaped) does not.
@@ -91,13 +86,9 @@ void RemoveOrphans(const std::string& parent) {
 
 bool WriteWholeFile(const std::string& path, const std::string& contents,
                     ErrorPtr* error) {
-  if (WriteFile(path, contents.data(), static_cast<int>(contents.size())) ==
-      static_cast<int>(contents.size())) {
-    return true;
-  }
-  Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                     "Failed to write %s: %s", path.c_str(), strerror(errno));
-  return false;
+  return WriteFile(path, contents.data(), static_cast<int>(contents.size())) ==
+             static_cast<int>(contents.size()) ||
+         SystemCallFailed(error, "write " + path);
 }
 
 std::unique_ptr<SimDirectory> SimDirectory::Create(
@@ -107,9 +98,7 @@ std::unique_ptr<SimDirectory> SimDirectory::Create(
   RemoveOrphans(parent);
   std::string pattern = parent + "/ap-sim.XXXXXX";
   if (!mkdtemp(pattern.data())) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create a temporary directory: %s",
-                       strerror(errno));
+    SystemCallFailed(error, "create a temporary directory");
     return nullptr;
   }
   std::unique_ptr<SimDirectory> dir(new SimDirectory(pattern));
@@ -212,10 +201,7 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
     return false;
   }
   if (chmod((bin_dir() + "/is_developer_end_user").c_str(), 0755) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to make is_developer_end_user executable: %s",
-                       strerror(errno));
-    return false;
+    return SystemCallFailed(error, "make is_developer_end_user executable");
   }
   return MakeFifo(touch_fifo(), error) && MakeFifo(iio_event_fifo(), error);
 }

@@ -3,15 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
+
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
 
-constexpr char kDomain[] = "sim";
 // The library writes a state as a few attributes in a row; the ring is
 // described once they have all landed.
 constexpr int64_t kSettleUs = 20'000;
@@ -39,10 +38,8 @@ std::vector<int> Numbers(const std::string& text) {
 
 bool MakeLink(const std::string& target, const std::string& path,
               ErrorPtr* error) {
-  if (symlink(target.c_str(), path.c_str()) == 0) return true;
-  Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                     "Failed to link %s: %s", path.c_str(), strerror(errno));
-  return false;
+  return symlink(target.c_str(), path.c_str()) == 0 ||
+         SystemCallFailed(error, "link " + path);
 }
 
 }  // namespace
