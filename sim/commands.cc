@@ -51,12 +51,6 @@ int Choice(const std::string& word, const std::string& choices) {
   return -1;
 }
 
-std::string Expected(const std::string& choices) {
-  std::string text = choices;
-  std::replace(text.begin(), text.end(), '|', ',');
-  return "expected one of " + text;
-}
-
 void SetFlag(Simulator* sim, const std::string& field, bool on,
              void (DeviceConfiguration::*set)(bool)) {
   sim->ChangeConfiguration(field + "=" + (on ? "1" : "0"),
@@ -280,7 +274,10 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
     } else {
       const int choice = *command.usage ? Choice(Arg(args, 0), command.usage) : 0;
       if (choice < 0 || args.size() != (*command.usage ? 1u : 0u)) {
-        why = *command.usage ? Expected(command.usage) : "expected no arguments";
+        why = *command.usage ? "expected one of " +
+                                   std::regex_replace(command.usage,
+                                                      std::regex("\\|"), ",")
+                             : "expected no arguments";
       } else {
         command.choose(sim, choice);
       }

@@ -60,13 +60,15 @@ void ScriptUi::OnLine(const std::string& line) {
     const int64_t left = quit_by_ms_ - record_->NowMs();
     timer_.Start(std::clamp<int64_t>(left, 0, kQuietMs) * 1000,
                  [this] { Quit(); });
-  } else if ((block_ == Block::kReady || block_ == Block::kFirstReady) &&
-             DaemonGone(line)) {
+    return;
+  }
+  const bool ready = block_ == Block::kReady || block_ == Block::kFirstReady;
+  if (ready && DaemonGone(line)) {
     if (block_ == Block::kReady) Fail("wait ready: the daemon ended");
     Unblock();
-  } else if ((block_ == Block::kReady || block_ == Block::kFirstReady ||
-              block_ == Block::kPattern) &&
-             Matches(line)) {
+  } else if ((ready && line == "ready") ||
+             (block_ == Block::kPattern &&
+              line.find(pattern_) != std::string::npos)) {
     Unblock();
   }
 }
@@ -77,11 +79,6 @@ void ScriptUi::Quit() {
   // Nothing runs any more; the loop ends.
   block_ = Block::kQuitting;
   simulator_->Quit();
-}
-
-bool ScriptUi::Matches(const std::string& line) const {
-  if (block_ == Block::kPattern) return line.find(pattern_) != std::string::npos;
-  return line == "ready";
 }
 
 bool ScriptUi::ReadInput() {
