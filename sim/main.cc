@@ -5,7 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <climits>
+#include <filesystem>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -61,12 +61,9 @@ constexpr char kUsage[] =
     "without being asked (a crash), which wins over 2";
 
 std::string ExecutableDirectory() {
-  char path[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-  if (n <= 0) return ".";
-  path[n] = '\0';
-  std::string dir(path);
-  return dir.substr(0, dir.rfind('/'));
+  std::error_code ec;
+  const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return ec ? "." : exe.parent_path().string();
 }
 
 std::string DefaultAvdPath() {

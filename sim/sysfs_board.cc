@@ -22,11 +22,8 @@ std::string LedName(int index) {
 }
 
 std::string Attribute(const std::string& dir, const char* name) {
-  std::string text = ReadWholeFile(dir + "/" + name);
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-    text.pop_back();
-  }
-  return text;
+  const std::string text = ReadWholeFile(dir + "/" + name);
+  return text.substr(0, text.find_last_not_of("\n ") + 1);
 }
 
 std::vector<int> Numbers(const std::string& text) {
@@ -181,10 +178,8 @@ void SysfsBoard::Describe() {
     view.line += " (" + std::to_string(differ) + " of " + std::to_string(kLeds) +
                  " LEDs differ)";
   }
-  std::string all;
-  for (const std::string& look : looks) all += look + "\n";
-  if (all == last_looks_) return;
-  last_looks_ = all;
+  if (looks == last_looks_) return;
+  last_looks_ = looks;
   on_ring_(view);
 }
 
