@@ -82,14 +82,11 @@ class Picture {
            const std::string& label) {
     const int y = RowTop(row) + 3;
     Rect(X(from_ms), X(to_ms), y, kRowHeight - 6, fill);
-    // Inside when it fits, else just after the bar when the row has room.
-    const double width = 6.0 * label.size() + 4;
-    double& free_from = label_free_[row];
-    if (X(to_ms) - X(from_ms) > width) {
+    // Inside when it fits, else just after the bar.
+    if (X(to_ms) - X(from_ms) > 6.0 * label.size() + 4) {
       Text(X(from_ms) + 3, y + 13, label);
-    } else if (X(to_ms) + 3 >= free_from) {
-      Text(X(to_ms) + 3, y + 13, label);
-      free_from = X(to_ms) + 3 + width;
+    } else {
+      Label(row, X(to_ms) + 3, y + 13, label, 11, 6.0);
     }
   }
 
@@ -100,11 +97,16 @@ class Picture {
     Printf("<line x1=\"%.1f\" y1=\"%d\" x2=\"%.1f\" y2=\"%d\" stroke=\"%s\" "
            "stroke-width=\"2\"/>\n",
            X(ms), y + 2, X(ms), y + kRowHeight - 2, fill.c_str());
+    Label(row, X(ms) + 3, y + 16, label, 10, 5.5);
+  }
+
+  // |label| at |x| on |row| where the row's last label left room.
+  void Label(int row, double x, int y, const std::string& label, int size,
+             double char_width) {
     double& free_from = label_free_[row];
-    if (X(ms) + 3 >= free_from) {
-      Text(X(ms) + 3, y + 16, label, 10);
-      free_from = X(ms) + 3 + 5.5 * label.size() + 4;
-    }
+    if (x < free_from) return;
+    Text(x, y, label, size);
+    free_from = x + char_width * label.size() + 4;
   }
 
   static int RowTop(int row) { return kRowsTop + row * kRowHeight; }
@@ -209,24 +211,22 @@ void DrawLight(Picture& p, const std::vector<TimelineEntry>& entries) {
     return kBrightnessTop + kBrightnessHeight -
            kBrightnessHeight * level / 255.0;
   };
-  char point[64];
+  auto add = [&](int64_t ms, int level) {
+    char point[64];
+    snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(ms), y(level));
+    points += point;
+  };
   for (const TimelineEntry& e : entries) {
     const int level = e.device.brightness;
     if (level == last || level < 0) continue;
-    if (last >= 0) {
-      snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(e.ms), y(last));
-      points += point;
-    }
-    snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(e.ms), y(level));
-    points += point;
+    if (last >= 0) add(e.ms, last);
+    add(e.ms, level);
     p.Text(p.X(e.ms) + 2, static_cast<int>(y(level)) - 2, std::to_string(level),
            9, "#555");
     last = level;
   }
-  if (last >= 0) {
-    snprintf(point, sizeof(point), "%.1f,%.1f", p.X(p.end_ms()), y(last));
-    points += point;
-  }
+  if (last >= 0) add(p.end_ms(), last);
+  if (!points.empty()) points.pop_back();  // The separator after the last.
   p.Rect(kTimelineLeft, p.X(p.end_ms()), kBrightnessTop + kBrightnessHeight, 1,
          "#bbbbbb");
   // Any length: not through Printf's buffer.
