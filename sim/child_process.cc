@@ -7,6 +7,7 @@
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -44,11 +45,10 @@ std::vector<std::string> EnvironmentWith(
   for (char** e = environ; *e; ++e) {
     const std::string entry = *e;
     const std::string name = entry.substr(0, entry.find('=') + 1);
-    bool replaced = false;
-    for (const std::string& o : overrides) {
-      if (o.compare(0, name.size(), name) == 0) replaced = true;
+    if (std::none_of(overrides.begin(), overrides.end(),
+                     [&](const std::string& o) { return o.starts_with(name); })) {
+      env.push_back(entry);
     }
-    if (!replaced) env.push_back(entry);
   }
   env.insert(env.end(), overrides.begin(), overrides.end());
   return env;

@@ -7,20 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "platform/file_util.h"
 #include "sim/system_error.h"
 
 namespace morvane::ap {
-namespace {
-
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
-}  // namespace
-
 std::string ReadWholeFile(const std::string& path) {
   std::string out;
   ReadFileToString(path, &out);
@@ -42,7 +34,7 @@ bool FileWatcher::Init(ErrorPtr* error) {
 }
 
 bool FileWatcher::WatchDirectoryOf(const std::string& path, ErrorPtr* error) {
-  const std::string dir = DirectoryOf(path);
+  const std::string dir = std::filesystem::path(path).parent_path();
   if (std::find(directories_.begin(), directories_.end(), dir) !=
       directories_.end()) {
     return true;

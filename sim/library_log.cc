@@ -3,15 +3,15 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "sim/commands.h"
+
 namespace morvane::ap {
 namespace {
 
 // Parses a whole decimal integer; nullopt for anything else.
 std::optional<int> ParseInt(const std::string& text) {
-  if (text.empty()) return std::nullopt;
-  char* end = nullptr;
-  const long value = strtol(text.c_str(), &end, 10);
-  if (*end != '\0') return std::nullopt;
+  int64_t value = 0;
+  if (!ParseNumber(text, INT32_MIN, INT32_MAX, &value)) return std::nullopt;
   return static_cast<int>(value);
 }
 

@@ -9,9 +9,8 @@ namespace morvane::ap {
 namespace {
 
 int64_t MonotonicMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::steady_clock::now().time_since_epoch() /
+         std::chrono::milliseconds(1);
 }
 
 }  // namespace
