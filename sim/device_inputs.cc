@@ -15,10 +15,8 @@ constexpr uint64_t kChannelTypeProximity = 8;
 void AppendInputEvent(std::string* out, int64_t time_us, uint16_t type,
                       uint16_t code, int32_t value) {
   input_event event{};
-  event.input_event_sec = static_cast<decltype(event.input_event_sec)>(
-      time_us / 1000000);
-  event.input_event_usec = static_cast<decltype(event.input_event_usec)>(
-      time_us % 1000000);
+  event.input_event_sec = time_us / 1000000;
+  event.input_event_usec = time_us % 1000000;
   event.type = type;
   event.code = code;
   event.value = value;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iomanip>
 #include <sstream>
 
 #include "platform/event_loop.h"
@@ -128,17 +129,11 @@ bool ScriptUi::Run(const std::string& line) {
   int64_t number = 0;
 
   if (command == "wait") {
-    std::string pattern = rest;
+    std::string pattern;
     std::string seconds;
-    if (rest.starts_with('"') && rest.find('"', 1) != std::string::npos) {
-      const size_t close = rest.find('"', 1);
-      pattern = rest.substr(1, close - 1);
-      seconds = rest.substr(close + 1);
-    } else if (rest.find(' ') != std::string::npos) {
-      pattern = rest.substr(0, rest.find(' '));
-      seconds = rest.substr(rest.find(' ') + 1);
-    }
-    seconds.erase(0, seconds.find_first_not_of(' '));
+    std::istringstream words(rest);
+    words >> std::quoted(pattern);
+    std::getline(words >> std::ws, seconds);
     const bool ready = pattern == "ready";
     number = ready ? kReadyWaitMs / 1000 : kDefaultWaitMs / 1000;
     if (pattern.empty() || (!seconds.empty() && !ParseNumber(seconds, 1, 3600, &number))) {
