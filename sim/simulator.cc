@@ -48,14 +48,14 @@ bool Simulator::Start(ErrorPtr* error) {
               Report("bus exited " + DescribeWaitStatus(status));
               loop_->Quit(1);
             },
-            &bus_address_, error))) {
+            &state_.bus_address, error))) {
     return false;
   }
-  state_.bus_address = bus_address_;
+  const std::string& address = state_.bus_address;
   Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
-         " address=" + bus_address_);
+         " address=" + address);
   daemon_client_ = std::make_unique<DaemonClient>(
-      loop_, bus_address_, [this](const std::string& line) { Report(line); },
+      loop_, address, [this](const std::string& line) { Report(line); },
       [this](bool ready) {
         state_.avd_ready = ready;
         Changed();
@@ -66,7 +66,6 @@ bool Simulator::Start(ErrorPtr* error) {
       });
   if (!daemon_client_->Connect(error)) return false;
 
-  const std::string& address = bus_address_;
   controller_ = std::make_unique<ControllerPeer>(
       loop_->event(), address, [this](const std::string& line) {
         Report(line);
@@ -102,15 +101,15 @@ bool Simulator::Start(ErrorPtr* error) {
   if (!device_->Open(error) || !WatchFiles(error)) {
     return false;
   }
-  capture_sound_ =
+  const bool capture_sound =
       options_.sound == SoundOutput::kCapture ||
       (options_.sound == SoundOutput::kAuto && !SoundCardAvailable());
-  Report(capture_sound_
+  Report(capture_sound
              ? "audio output capture " + directory_->pavo_capture_file()
              : std::string("audio output card"));
   std::vector<std::string> overrides =
-      directory_->DaemonEnvironment(bus_address_, options_.preload_path);
-  if (capture_sound_) {
+      directory_->DaemonEnvironment(address, options_.preload_path);
+  if (capture_sound) {
     overrides.push_back("PAVO_CAPTURE=" + directory_->pavo_capture_file());
   }
   if (sysfs_board_) {

@@ -161,7 +161,6 @@ class Simulator {
   std::unique_ptr<SimDirectory> directory_;
   std::unique_ptr<SysfsBoard> sysfs_board_;
   std::unique_ptr<ChildProcess> bus_daemon_;
-  std::string bus_address_;
   std::unique_ptr<DaemonClient> daemon_client_;
   std::unique_ptr<ControllerPeer> controller_;
   std::unique_ptr<GroupMonitorPeer> group_monitor_;
@@ -169,8 +168,6 @@ class Simulator {
   std::unique_ptr<UpstartPeer> upstart_;
   std::unique_ptr<FileWatcher> watcher_;
   std::unique_ptr<DeviceControls> device_;
-  // Decided once at start: played sound goes to a file instead of the card.
-  bool capture_sound_ = true;
   std::unique_ptr<DaemonProcess> daemon_;
 };
 
