@@ -52,11 +52,8 @@ bool FileWatcher::TailLines(const std::string& path, LineCallback callback,
                             ErrorPtr* error) {
   if (!WatchDirectoryOf(path, error)) return false;
   struct stat st {};
-  Tail tail;
-  tail.path = path;
-  tail.callback = std::move(callback);
-  tail.offset = stat(path.c_str(), &st) == 0 ? st.st_size : 0;
-  tails_.push_back(std::move(tail));
+  const off_t end = stat(path.c_str(), &st) == 0 ? st.st_size : 0;
+  tails_.push_back({path, std::move(callback), end, ""});
   return true;
 }
 

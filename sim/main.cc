@@ -106,18 +106,11 @@ int Main(bool script) {
     options.sysfs_lights_dir = ExecutableDirectory() + "/../lightcontrol_sysfs";
   }
 
-  std::unique_ptr<ScriptUi> script_ui;
-  std::unique_ptr<TerminalUi> terminal_ui;
-  Simulator::Observer* observer = nullptr;
-  if (script) {
-    script_ui = std::make_unique<ScriptUi>(loop.get());
-    observer = script_ui.get();
-  } else {
-    terminal_ui = std::make_unique<TerminalUi>(loop.get());
-    observer = terminal_ui.get();
-  }
-
-  Record record(observer);
+  auto script_ui = script ? std::make_unique<ScriptUi>(loop.get()) : nullptr;
+  auto terminal_ui =
+      script ? nullptr : std::make_unique<TerminalUi>(loop.get());
+  Record record(script ? static_cast<Simulator::Observer*>(script_ui.get())
+                       : terminal_ui.get());
   int code = 0;
   {
     Simulator simulator(loop.get(), options, &record);

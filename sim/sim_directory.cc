@@ -15,8 +15,6 @@
 namespace morvane::ap {
 namespace {
 
-constexpr char kDomain[] = "sim";
-
 // Allows everything: the bus is private to one simulator run.
 constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -39,18 +37,6 @@ constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
   </policy>
 </busconfig>
 )";
-
-bool MakeDirs(const std::string& path, ErrorPtr* error) {
-  std::error_code ec;
-  std::filesystem::create_directories(path, ec);
-  if (ec) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create %s: %s", path.c_str(),
-                       ec.message().c_str());
-    return false;
-  }
-  return true;
-}
 
 bool MakeFifo(const std::string& path, ErrorPtr* error) {
   return mkfifo(path.c_str(), 0600) == 0 ||
@@ -149,7 +135,11 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
        {bin_dir(), logs_dir(), sounds, sysroot() + "/usr/share/ap",
         sysroot() + "/var/cache/vpd", sysroot() + "/usr/local/etc/ap",
         iio_sysfs_dir() + "/events", root_ + "/dev/input"}) {
-    if (!MakeDirs(dir, error)) return false;
+    std::error_code ec;
+    if (!std::filesystem::create_directories(dir, ec) && ec) {
+      errno = ec.value();
+      return SystemCallFailed(error, "create " + dir);
+    }
   }
 
   const std::string chime = MakeChimeClip();
