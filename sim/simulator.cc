@@ -133,29 +133,32 @@ bool Simulator::WatchFiles(ErrorPtr* error) {
   const SimDirectory& dir = *directory_;
   const size_t chime = dir.network_creation_bytes();
   const size_t click = dir.touch_feedback_bytes();
-  if (!watcher_->Init(error) ||
-      !watcher_->TailLines(dir.lightcontrol_log(),
-                           [this](const std::string& l) { OnLightLine(l); },
-                           error) ||
-      !watcher_->TailLines(
-          dir.pavo_log(),
-          [this, chime, click](const std::string& l) {
-            const LibraryOutcome out = TranslatePavoLine(l, chime, click);
-            if (out.line.rfind("sound ", 0) == 0) {
-              state_.last_sound = out.line.substr(6, out.line.find(' ', 6) - 6);
-              Changed();
-            }
-            Report(out.line);
-          },
-          error) ||
-      !watcher_->TailLines(
-          dir.metrics_log(),
-          [this](const std::string& l) { Report(TranslateMetricsLine(l).line); },
-          error) ||
-      !watcher_->TailLines(
-          dir.avd_log(), [this](const std::string& l) { Report("avd: " + l); },
-          error)) {
-    return false;
+  // The stand-in libraries' logs and the daemon's output, as lines.
+  const std::pair<std::string, FileWatcher::LineCallback> logs[] = {
+      {dir.lightcontrol_log(),
+       [this](const std::string& l) {
+         const LibraryOutcome out = TranslateLightControlLine(l);
+         if (out.light_state) state_.light_state = *out.light_state;
+         if (out.brightness) state_.brightness = *out.brightness;
+         Report(out.line);
+         Changed();
+       }},
+      {dir.pavo_log(),
+       [this, chime, click](const std::string& l) {
+         const LibraryOutcome out = TranslatePavoLine(l, chime, click);
+         if (out.line.starts_with("sound ")) {
+           state_.last_sound = out.line.substr(6, out.line.find(' ', 6) - 6);
+           Changed();
+         }
+         Report(out.line);
+       }},
+      {dir.metrics_log(),
+       [this](const std::string& l) { Report(TranslateMetricsLine(l).line); }},
+      {dir.avd_log(), [this](const std::string& l) { Report("avd: " + l); }},
+  };
+  if (!watcher_->Init(error)) return false;
+  for (const auto& [path, on_line] : logs) {
+    if (!watcher_->TailLines(path, on_line, error)) return false;
   }
   if (sysfs_board_ &&
       !sysfs_board_->Watch(
@@ -280,20 +283,14 @@ void Simulator::SyncConfiguration() {
 }
 
 bool Simulator::RestartPeer(const std::string& which) {
-  ErrorPtr error;
-  bool started = false;
-  if (which == "controller") {
-    controller_->Stop();
-    started = controller_->Start(&error);
-  } else if (which == "group") {
-    group_monitor_->Leave();
-    started = group_monitor_->Join(&error);
-  } else if (which == "connman") {
-    connection_manager_->Stop();
-    started = connection_manager_->Start(&error);
-  } else {
+  if (which != "controller" && which != "group" && which != "connman") {
     return false;
   }
+  // Each leaves the bus first.
+  ErrorPtr error;
+  const bool started = which == "controller" ? controller_->Start(&error)
+                       : which == "group"    ? group_monitor_->Join(&error)
+                                             : connection_manager_->Start(&error);
   Report("inject restart " + which);
   if (!started) Report("error " + error->message());
   state_.controller_running = controller_->running();
@@ -312,14 +309,6 @@ void Simulator::PublishWrongTypes() {
   group_monitor_->PublishWrongTypes();
   connection_manager_->SignalWrongType();
   controller_->PublishWrongType();
-}
-
-void Simulator::OnLightLine(const std::string& raw) {
-  const LibraryOutcome out = TranslateLightControlLine(raw);
-  if (out.light_state) state_.light_state = *out.light_state;
-  if (out.brightness) state_.brightness = *out.brightness;
-  Report(out.line);
-  Changed();
 }
 
 }  // namespace morvane::ap

@@ -150,7 +150,6 @@ class Simulator {
   void Changed();
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
-  void OnLightLine(const std::string& raw);
 
   EventLoop* const loop_;
   const Options options_;
