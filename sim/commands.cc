@@ -33,8 +33,7 @@ struct Command {
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string::npos) return "";
-  const size_t end = text.find_last_not_of(" \t\r\n");
-  return text.substr(begin, end - begin + 1);
+  return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
 }
 
 std::string Arg(const Words& args, size_t i) {

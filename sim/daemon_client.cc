@@ -114,11 +114,7 @@ void DaemonClient::CallManager(const std::string& label, const char* method,
   calls_[call] = manager_->CallMethod(
       kManagerInterface, method,
       [this, call, label, on_reply](Message* reply) {
-        if (on_reply) {
-          on_reply(reply);
-        } else {
-          report_(label);
-        }
+        on_reply ? on_reply(reply) : report_(label);
         calls_.erase(call);
       },
       [this, call, label](const Error* error) {

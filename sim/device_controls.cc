@@ -65,11 +65,7 @@ void DeviceControls::SetAmbient(int level) {
     unlink(directory_.ambient_file().c_str());
     report_("inject ambient fail");
   } else {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_.ambient_file(),
-                        std::to_string(level) + "\n", &error)) {
-      report_("error " + error->message());
-    }
+    Write(directory_.ambient_file(), std::to_string(level) + "\n");
     report_("inject ambient " + std::to_string(level));
   }
   changed_();
@@ -86,12 +82,8 @@ void DeviceControls::SetVpdCache(bool present) {
   }
   if (!present) {
     // A fresh sensor, so that the next calibration shows.
-    ErrorPtr error;
     for (const char* attribute : kSensorAttributes) {
-      if (!WriteWholeFile(directory_.iio_sysfs_dir() + "/" + attribute, "",
-                          &error)) {
-        report_("error " + error->message());
-      }
+      Write(directory_.iio_sysfs_dir() + "/" + attribute, "");
     }
   }
   state_->vpd_present = present;
@@ -102,15 +94,20 @@ void DeviceControls::SetVpdCache(bool present) {
 void DeviceControls::SetAudioDown(bool down) {
   state_->audio_down = down;
   if (down) {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_.pavo_down_file(), "", &error)) {
-      report_("error " + error->message());
-    }
+    Write(directory_.pavo_down_file(), "");
   } else {
     unlink(directory_.pavo_down_file().c_str());
   }
   report_(std::string("inject audio ") + (down ? "down" : "up"));
   changed_();
+}
+
+void DeviceControls::Write(const std::string& path,
+                           const std::string& contents) {
+  ErrorPtr error;
+  if (!WriteWholeFile(path, contents, &error)) {
+    report_("error " + error->message());
+  }
 }
 
 void DeviceControls::Unplug(bool touch) {
