@@ -5,9 +5,9 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <systemd/sd-event.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -37,12 +37,6 @@ constexpr char kDomain[] = "sim";
   _exit(127);
 }
 
-void SleepUs(int64_t us) {
-  timespec ts{static_cast<time_t>(us / 1000000),
-              static_cast<long>((us % 1000000) * 1000)};
-  nanosleep(&ts, nullptr);
-}
-
 }  // namespace
 
 std::vector<std::string> EnvironmentWith(
@@ -51,11 +45,10 @@ std::vector<std::string> EnvironmentWith(
   for (char** e = environ; *e; ++e) {
     const std::string entry = *e;
     const std::string name = entry.substr(0, entry.find('=') + 1);
-    bool replaced = false;
-    for (const std::string& o : overrides) {
-      if (o.compare(0, name.size(), name) == 0) replaced = true;
+    if (std::none_of(overrides.begin(), overrides.end(),
+                     [&](const std::string& o) { return o.starts_with(name); })) {
+      env.push_back(entry);
     }
-    if (!replaced) env.push_back(entry);
   }
   env.insert(env.end(), overrides.begin(), overrides.end());
   return env;
@@ -113,12 +106,9 @@ bool ChildProcess::Start(const std::vector<std::string>& argv,
 }
 
 int ChildProcess::Stop(int64_t grace_us) {
-  if (pid_ <= 0) {
-    source_ = sd_event_source_disable_unref(source_);
-    return -1;
-  }
   // Drop the watch first so that sd-event does not reap the child under us.
   source_ = sd_event_source_disable_unref(source_);
+  if (pid_ <= 0) return -1;
   kill(pid_, SIGTERM);
   int status = 0;
   constexpr int64_t kStepUs = 5'000;
@@ -131,7 +121,7 @@ int ChildProcess::Stop(int64_t grace_us) {
       }
       break;
     }
-    SleepUs(kStepUs);
+    usleep(kStepUs);
   }
   pid_ = -1;
   on_exit_ = nullptr;
@@ -146,12 +136,9 @@ int ChildProcess::OnChildExit(sd_event_source*, const siginfo_t* info,
                               void* userdata) {
   auto* self = static_cast<ChildProcess*>(userdata);
   // sd-event reaps the child once this callback returns.
-  int status = 0;
-  if (info->si_code == CLD_EXITED) {
-    status = (info->si_status & 0xff) << 8;
-  } else {
-    status = info->si_status & 0x7f;
-  }
+  const int status = info->si_code == CLD_EXITED
+                         ? W_EXITCODE(info->si_status & 0xff, 0)
+                         : info->si_status & 0x7f;
   // The source stays until the next Start() or Stop(): sd-event still uses
   // it after this callback returns.
   self->pid_ = -1;

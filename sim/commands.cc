@@ -33,20 +33,7 @@ struct Command {
 std::string Trim(const std::string& text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   if (begin == std::string::npos) return "";
-  const size_t end = text.find_last_not_of(" \t\r\n");
-  return text.substr(begin, end - begin + 1);
-}
-
-// 64 bits: a long is 32 on the device, too narrow for the full range of a
-// D-Bus duration in seconds.
-bool ParseNumber(const std::string& text, int64_t min, int64_t max,
-                 int64_t* out) {
-  if (text.empty()) return false;
-  char* end = nullptr;
-  const long long value = strtoll(text.c_str(), &end, 10);
-  if (*end != '\0' || value < min || value > max) return false;
-  *out = value;
-  return true;
+  return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
 }
 
 std::string Arg(const Words& args, size_t i) {
@@ -61,12 +48,6 @@ int Choice(const std::string& word, const std::string& choices) {
     if (choice == word) return i;
   }
   return -1;
-}
-
-std::string Expected(const std::string& choices) {
-  std::string text = choices;
-  std::replace(text.begin(), text.end(), '|', ',');
-  return "expected one of " + text;
 }
 
 void SetFlag(Simulator* sim, const std::string& field, bool on,
@@ -131,7 +112,8 @@ std::string Led(Simulator* sim, const Words& args) {
     return "SECONDS must be 0..4294967295";
   }
   // Other names go to the daemon too, which refuses them.
-  sim->SetLedState(args[0], args[1], static_cast<uint32_t>(seconds));
+  sim->daemon_client()->SetLedState(args[0], args[1],
+                                    static_cast<uint32_t>(seconds));
   return "";
 }
 
@@ -179,9 +161,11 @@ const Command kCommands[] = {
      nullptr, [](Simulator* sim, int c) { sim->device()->SetVpdCache(c == 1); }},
     {"op", "start|succeed|fail", "SetOperation* on the daemon's Manager",
      nullptr, [](Simulator* sim, int c) {
-       if (c == 0) sim->StartOperation();
-       if (c == 1) sim->SucceedOperation();
-       if (c == 2) sim->FailOperation();
+       // The operation is the last one the daemon gave.
+       const uint32_t id = sim->state().last_operation_id;
+       if (c == 0) sim->daemon_client()->SetOperationInProgress();
+       if (c == 1) sim->daemon_client()->SetOperationSucceeded(id);
+       if (c == 2) sim->daemon_client()->SetOperationFailed(id);
      }},
     {"led", "NAME VALUE SECONDS",
      "SetLedState on the daemon's Manager. NAME: vox\n"
@@ -209,7 +193,7 @@ const Command kCommands[] = {
        if (!ParseNumber(Arg(args, 0), 1, 1'000'000, &calls)) {
          return std::string("N must be 1..1000000");
        }
-       sim->Flood(static_cast<int>(calls));
+       sim->daemon_client()->Flood(static_cast<int>(calls));
        return std::string();
      }},
 };
@@ -225,6 +209,18 @@ constexpr char kScriptHelp[] =
     "  help, quit                 quit lets what is under way arrive\n";
 
 }  // namespace
+
+// 64 bits: a long is 32 on the device, too narrow for the full range of a
+// D-Bus duration in seconds.
+bool ParseNumber(const std::string& text, int64_t min, int64_t max,
+                 int64_t* out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  const long long value = strtoll(text.c_str(), &end, 10);
+  if (*end != '\0' || value < min || value > max) return false;
+  *out = value;
+  return true;
+}
 
 std::string CommandHelp() {
   std::string text = "commands:\n";
@@ -277,7 +273,10 @@ bool ExecuteCommand(Simulator* sim, const std::string& command_line) {
     } else {
       const int choice = *command.usage ? Choice(Arg(args, 0), command.usage) : 0;
       if (choice < 0 || args.size() != (*command.usage ? 1u : 0u)) {
-        why = *command.usage ? Expected(command.usage) : "expected no arguments";
+        why = *command.usage ? "expected one of " +
+                                   std::regex_replace(command.usage,
+                                                      std::regex("\\|"), ",")
+                             : "expected no arguments";
       } else {
         command.choose(sim, choice);
       }

@@ -1,6 +1,7 @@
 #ifndef SIM_COMMANDS_H_
 #define SIM_COMMANDS_H_
 
+#include <cstdint>
 #include <string>
 
 namespace morvane::ap {
@@ -17,6 +18,11 @@ std::string CommandHelp();
 // must be) and returns false for a line it cannot run or a simulator already
 // shut down; "quit" ends the loop at once.
 bool ExecuteCommand(Simulator* simulator, const std::string& line);
+
+// Parses a whole decimal number in |min|..|max| into |*out|; false for
+// anything else, for script mode's arguments as for the commands'.
+bool ParseNumber(const std::string& text, int64_t min, int64_t max,
+                 int64_t* out);
 
 }  // namespace morvane::ap
 

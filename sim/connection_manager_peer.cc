@@ -2,7 +2,6 @@
 
 #include <systemd/sd-bus.h>
 
-
 #include "sim/peer_bus.h"
 
 namespace morvane::ap {
@@ -55,15 +54,8 @@ void ConnectionManagerPeer::SignalWrongType() {
 int ConnectionManagerPeer::OnGetProperties(sd_bus_message* call,
                                            void* userdata, sd_bus_error*) {
   auto* self = static_cast<ConnectionManagerPeer*>(userdata);
-  sd_bus_message* reply = nullptr;
-  int r = sd_bus_message_new_method_return(call, &reply);
-  if (r >= 0) {
-    r = sd_bus_message_append(reply, "a{sv}", 1, "ConnectionState", "s",
-                              self->connection_state_.c_str());
-  }
-  if (r >= 0) r = sd_bus_send(nullptr, reply, nullptr);
-  sd_bus_message_unref(reply);
-  return r;
+  return sd_bus_reply_method_return(call, "a{sv}", 1, "ConnectionState", "s",
+                                    self->connection_state_.c_str());
 }
 
 }  // namespace morvane::ap

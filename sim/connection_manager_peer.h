@@ -21,8 +21,8 @@ class ConnectionManagerPeer {
   ConnectionManagerPeer& operator=(const ConnectionManagerPeer&) = delete;
   ~ConnectionManagerPeer();
 
-  // Joins the bus and claims the name. Returns false and adds to |error| on
-  // failure.
+  // Joins the bus (leaving it first if joined) and claims the name. Returns
+  // false and adds to |error| on failure.
   bool Start(ErrorPtr* error);
   void Stop();
 

@@ -96,12 +96,9 @@ int ControllerPeer::OnGet(sd_bus_message* call, void* userdata,
                           sd_bus_error*) {
   auto* self = static_cast<ControllerPeer*>(userdata);
   sd_bus_message* reply = nullptr;
+  const std::string& bytes = self->device_configuration_;
   int r = sd_bus_message_new_method_return(call, &reply);
-  if (r >= 0) {
-    r = sd_bus_message_append_array(reply, 'y',
-                                    self->device_configuration_.data(),
-                                    self->device_configuration_.size());
-  }
+  if (r >= 0) r = sd_bus_message_append_array(reply, 'y', bytes.data(), bytes.size());
   if (r >= 0) r = sd_bus_send(nullptr, reply, nullptr);
   sd_bus_message_unref(reply);
   return r;

@@ -29,9 +29,9 @@ class ControllerPeer {
   ControllerPeer& operator=(const ControllerPeer&) = delete;
   ~ControllerPeer();
 
-  // Joins the bus, exports the objects and claims the service name. The
-  // stored records survive a Stop() and Start(). Returns false and adds to
-  // |error| on failure.
+  // Joins the bus (leaving it first if joined), exports the objects and
+  // claims the service name. The stored records survive a Stop() and
+  // Start(). Returns false and adds to |error| on failure.
   bool Start(ErrorPtr* error);
   // Leaves the bus.
   void Stop();

@@ -88,27 +88,18 @@ void DaemonClient::Flood(int calls) {
   auto ignore = [](Message*) {};
   auto ignore_error = [](const Error*) {};
   std::vector<BusSlot> slots;
+  // In turn: a wrong type, a wrong type, one argument too many, no such
+  // method.
   for (int i = 0; i < calls; ++i) {
-    switch (i % 4) {
-      case 0:
-        slots.push_back(manager.CallMethod(kManagerInterface, "SetLedState",
-                                           ignore, ignore_error, uint32_t{1}));
-        break;
-      case 1:
-        slots.push_back(manager.CallMethod(kManagerInterface,
-                                           "SetOperationInProgress", ignore,
-                                           ignore_error, std::string("x")));
-        break;
-      case 2:
-        slots.push_back(manager.CallMethod(kManagerInterface,
-                                           "SetOperationFailed", ignore,
-                                           ignore_error, uint32_t{1},
-                                           uint32_t{2}));
-        break;
-      default:
-        slots.push_back(manager.CallMethod(kManagerInterface, "Nope", ignore,
-                                           ignore_error));
-    }
+    const char* in = kManagerInterface;
+    slots.push_back(
+        i % 4 == 0   ? manager.CallMethod(in, "SetLedState", ignore,
+                                          ignore_error, uint32_t{1})
+        : i % 4 == 1 ? manager.CallMethod(in, "SetOperationInProgress", ignore,
+                                          ignore_error, std::string("x"))
+        : i % 4 == 2 ? manager.CallMethod(in, "SetOperationFailed", ignore,
+                                          ignore_error, uint32_t{1}, uint32_t{2})
+                     : manager.CallMethod(in, "Nope", ignore, ignore_error));
   }
   // Leaving: the bus is flushed, then closed, before any reply is read.
   slots.clear();
@@ -123,11 +114,7 @@ void DaemonClient::CallManager(const std::string& label, const char* method,
   calls_[call] = manager_->CallMethod(
       kManagerInterface, method,
       [this, call, label, on_reply](Message* reply) {
-        if (on_reply) {
-          on_reply(reply);
-        } else {
-          report_(label);
-        }
+        on_reply ? on_reply(reply) : report_(label);
         calls_.erase(call);
       },
       [this, call, label](const Error* error) {

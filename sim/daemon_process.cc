@@ -17,9 +17,7 @@ constexpr int64_t kStopGraceUs = 5'000'000;
 
 // Whether |path| (looked up in PATH when it has no slash) can be run.
 bool Executable(const std::string& path) {
-  if (path.find('/') != std::string::npos) {
-    return access(path.c_str(), X_OK) == 0;
-  }
+  if (path.find('/') != path.npos) return access(path.c_str(), X_OK) == 0;
   const char* dirs = getenv("PATH");
   std::istringstream in(dirs ? dirs : "/usr/bin:/bin");
   for (std::string dir; std::getline(in, dir, ':');) {

@@ -1,8 +1,8 @@
 #include "sim/device_controls.h"
 
-#include <time.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 
 #include "sim/simulator.h"
@@ -15,16 +15,10 @@ constexpr uint16_t kButtonKeyCode = 0x211;
 // Spacing of the two wave events by their timestamps.
 constexpr int64_t kWaveGapNs = 200'000'000;
 
-int64_t MonotonicNs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
-}
-
-int64_t WallUs() {
-  timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
+// The time on |Clock| (the monotonic or the wall clock) in |Unit|s.
+template <typename Clock, typename Unit>
+int64_t Now() {
+  return Clock::now().time_since_epoch() / Unit(1);
 }
 
 }  // namespace
@@ -49,13 +43,15 @@ void DeviceControls::Drain() {
 }
 
 void DeviceControls::InjectWave() {
-  const bool sent = iio_fifo_.Write(MakeWaveRecords(MonotonicNs(), kWaveGapNs));
+  const bool sent = iio_fifo_.Write(MakeWaveRecords(
+      Now<std::chrono::steady_clock, std::chrono::nanoseconds>(), kWaveGapNs));
   report_(sent ? "inject wave" : "inject wave dropped: event FIFO full");
 }
 
 void DeviceControls::InjectPress() {
-  const bool sent =
-      touch_fifo_.Write(MakeButtonPressRecords(kButtonKeyCode, WallUs()));
+  const bool sent = touch_fifo_.Write(MakeButtonPressRecords(
+      kButtonKeyCode,
+      Now<std::chrono::system_clock, std::chrono::microseconds>()));
   report_(sent ? "inject press" : "inject press dropped: input FIFO full");
 }
 
@@ -69,11 +65,7 @@ void DeviceControls::SetAmbient(int level) {
     unlink(directory_.ambient_file().c_str());
     report_("inject ambient fail");
   } else {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_.ambient_file(),
-                        std::to_string(level) + "\n", &error)) {
-      report_("error " + error->message());
-    }
+    Write(directory_.ambient_file(), std::to_string(level) + "\n");
     report_("inject ambient " + std::to_string(level));
   }
   changed_();
@@ -90,12 +82,8 @@ void DeviceControls::SetVpdCache(bool present) {
   }
   if (!present) {
     // A fresh sensor, so that the next calibration shows.
-    ErrorPtr error;
     for (const char* attribute : kSensorAttributes) {
-      if (!WriteWholeFile(directory_.iio_sysfs_dir() + "/" + attribute, "",
-                          &error)) {
-        report_("error " + error->message());
-      }
+      Write(directory_.iio_sysfs_dir() + "/" + attribute, "");
     }
   }
   state_->vpd_present = present;
@@ -106,15 +94,20 @@ void DeviceControls::SetVpdCache(bool present) {
 void DeviceControls::SetAudioDown(bool down) {
   state_->audio_down = down;
   if (down) {
-    ErrorPtr error;
-    if (!WriteWholeFile(directory_.pavo_down_file(), "", &error)) {
-      report_("error " + error->message());
-    }
+    Write(directory_.pavo_down_file(), "");
   } else {
     unlink(directory_.pavo_down_file().c_str());
   }
   report_(std::string("inject audio ") + (down ? "down" : "up"));
   changed_();
+}
+
+void DeviceControls::Write(const std::string& path,
+                           const std::string& contents) {
+  ErrorPtr error;
+  if (!WriteWholeFile(path, contents, &error)) {
+    report_("error " + error->message());
+  }
 }
 
 void DeviceControls::Unplug(bool touch) {

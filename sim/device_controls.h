@@ -49,6 +49,9 @@ class DeviceControls {
   void Unplug(bool touch);
 
  private:
+  // Writes a file of the simulated world; a failure is reported, not fatal.
+  void Write(const std::string& path, const std::string& contents);
+
   const SimDirectory& directory_;
   SysfsBoard* const sysfs_board_;
   SimState* const state_;

@@ -4,8 +4,7 @@
 #include <linux/input.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
@@ -16,10 +15,8 @@ constexpr uint64_t kChannelTypeProximity = 8;
 void AppendInputEvent(std::string* out, int64_t time_us, uint16_t type,
                       uint16_t code, int32_t value) {
   input_event event{};
-  event.input_event_sec = static_cast<decltype(event.input_event_sec)>(
-      time_us / 1000000);
-  event.input_event_usec = static_cast<decltype(event.input_event_usec)>(
-      time_us % 1000000);
+  event.input_event_sec = time_us / 1000000;
+  event.input_event_usec = time_us % 1000000;
   event.type = type;
   event.code = code;
   event.value = value;
@@ -41,12 +38,7 @@ FifoWriter::~FifoWriter() {
 
 bool FifoWriter::Open(const std::string& path, ErrorPtr* error) {
   fd_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (fd_ < 0) {
-    Error::AddToPrintf(error, FROM_HERE, "sim", "io_error",
-                       "Failed to open %s: %s", path.c_str(), strerror(errno));
-    return false;
-  }
-  return true;
+  return fd_ >= 0 || SystemCallFailed(error, "open " + path);
 }
 
 bool FifoWriter::Write(const std::string& records) {

@@ -7,32 +7,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <filesystem>
+
+#include "platform/file_util.h"
+#include "sim/system_error.h"
 
 namespace morvane::ap {
-namespace {
-
-constexpr char kDomain[] = "sim";
-
-std::string DirectoryOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
-}  // namespace
-
 std::string ReadWholeFile(const std::string& path) {
   std::string out;
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return out;
-  char buffer[4096];
-  for (;;) {
-    const ssize_t n = read(fd, buffer, sizeof(buffer));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    out.append(buffer, static_cast<size_t>(n));
-  }
-  close(fd);
+  ReadFileToString(path, &out);
   return out;
 }
 
@@ -45,17 +28,13 @@ FileWatcher::~FileWatcher() {
 
 bool FileWatcher::Init(ErrorPtr* error) {
   inotify_fd_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-  if (inotify_fd_ < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to set up inotify: %s", strerror(errno));
-    return false;
-  }
+  if (inotify_fd_ < 0) return SystemCallFailed(error, "set up inotify");
   Arm();
   return true;
 }
 
 bool FileWatcher::WatchDirectoryOf(const std::string& path, ErrorPtr* error) {
-  const std::string dir = DirectoryOf(path);
+  const std::string dir = std::filesystem::path(path).parent_path();
   if (std::find(directories_.begin(), directories_.end(), dir) !=
       directories_.end()) {
     return true;
@@ -63,9 +42,7 @@ bool FileWatcher::WatchDirectoryOf(const std::string& path, ErrorPtr* error) {
   if (inotify_add_watch(inotify_fd_, dir.c_str(),
                         IN_MODIFY | IN_CLOSE_WRITE | IN_CREATE |
                             IN_MOVED_TO) < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to watch %s: %s", dir.c_str(), strerror(errno));
-    return false;
+    return SystemCallFailed(error, "watch " + dir);
   }
   directories_.push_back(dir);
   return true;
@@ -75,11 +52,8 @@ bool FileWatcher::TailLines(const std::string& path, LineCallback callback,
                             ErrorPtr* error) {
   if (!WatchDirectoryOf(path, error)) return false;
   struct stat st {};
-  Tail tail;
-  tail.path = path;
-  tail.callback = std::move(callback);
-  tail.offset = stat(path.c_str(), &st) == 0 ? st.st_size : 0;
-  tails_.push_back(std::move(tail));
+  const off_t end = stat(path.c_str(), &st) == 0 ? st.st_size : 0;
+  tails_.push_back({path, std::move(callback), end, ""});
   return true;
 }
 

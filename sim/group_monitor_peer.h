@@ -22,8 +22,9 @@ class GroupMonitorPeer {
   GroupMonitorPeer& operator=(const GroupMonitorPeer&) = delete;
   ~GroupMonitorPeer();
 
-  // Joins the bus and claims the name. Returns false and adds to |error| on
-  // failure. The property values survive a Leave() and Join().
+  // Joins the bus (leaving it first if joined) and claims the name. Returns
+  // false and adds to |error| on failure. The property values survive a
+  // Leave() and Join().
   bool Join(ErrorPtr* error);
   void Leave();
   bool joined() const { return bus_ != nullptr; }

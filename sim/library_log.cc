@@ -3,20 +3,16 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "sim/commands.h"
+
 namespace morvane::ap {
 namespace {
 
 // Parses a whole decimal integer; nullopt for anything else.
 std::optional<int> ParseInt(const std::string& text) {
-  if (text.empty()) return std::nullopt;
-  char* end = nullptr;
-  const long value = strtol(text.c_str(), &end, 10);
-  if (*end != '\0') return std::nullopt;
+  int64_t value = 0;
+  if (!ParseNumber(text, INT32_MIN, INT32_MAX, &value)) return std::nullopt;
   return static_cast<int>(value);
-}
-
-bool StartsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
 }
 
 }  // namespace
@@ -54,7 +50,7 @@ LibraryOutcome TranslatePavoLine(const std::string& raw,
                                  size_t network_creation_bytes,
                                  size_t touch_feedback_bytes) {
   LibraryOutcome out;
-  if (!StartsWith(raw, "play ")) {
+  if (!raw.starts_with("play ")) {
     out.line = "audio " + raw;
     return out;
   }
@@ -74,7 +70,7 @@ LibraryOutcome TranslatePavoLine(const std::string& raw,
 
 LibraryOutcome TranslateMetricsLine(const std::string& raw) {
   LibraryOutcome out;
-  out.line = StartsWith(raw, "enum ") ? "metric " + raw.substr(5)
+  out.line = raw.starts_with("enum ") ? "metric " + raw.substr(5)
                                       : "metric " + raw;
   return out;
 }

@@ -5,7 +5,7 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <climits>
+#include <filesystem>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -61,12 +61,9 @@ constexpr char kUsage[] =
     "without being asked (a crash), which wins over 2";
 
 std::string ExecutableDirectory() {
-  char path[PATH_MAX];
-  const ssize_t n = readlink("/proc/self/exe", path, sizeof(path) - 1);
-  if (n <= 0) return ".";
-  path[n] = '\0';
-  std::string dir(path);
-  return dir.substr(0, dir.rfind('/'));
+  std::error_code ec;
+  const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return ec ? "." : exe.parent_path().string();
 }
 
 std::string DefaultAvdPath() {
@@ -109,18 +106,11 @@ int Main(bool script) {
     options.sysfs_lights_dir = ExecutableDirectory() + "/../lightcontrol_sysfs";
   }
 
-  std::unique_ptr<ScriptUi> script_ui;
-  std::unique_ptr<TerminalUi> terminal_ui;
-  Simulator::Observer* observer = nullptr;
-  if (script) {
-    script_ui = std::make_unique<ScriptUi>(loop.get());
-    observer = script_ui.get();
-  } else {
-    terminal_ui = std::make_unique<TerminalUi>(loop.get());
-    observer = terminal_ui.get();
-  }
-
-  Record record(observer);
+  auto script_ui = script ? std::make_unique<ScriptUi>(loop.get()) : nullptr;
+  auto terminal_ui =
+      script ? nullptr : std::make_unique<TerminalUi>(loop.get());
+  Record record(script ? static_cast<Simulator::Observer*>(script_ui.get())
+                       : terminal_ui.get());
   int code = 0;
   {
     Simulator simulator(loop.get(), options, &record);

@@ -3,11 +3,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <systemd/sd-bus.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <chrono>
 #include <cstring>
+
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
@@ -16,9 +17,8 @@ constexpr char kDomain[] = "sim";
 constexpr int64_t kBusStartTimeoutMs = 10'000;
 
 int64_t MonotonicMs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1'000'000;
+  return std::chrono::steady_clock::now().time_since_epoch() /
+         std::chrono::milliseconds(1);
 }
 
 }  // namespace
@@ -28,8 +28,7 @@ std::unique_ptr<ChildProcess> StartBusDaemon(
     ChildProcess::ExitCallback on_exit, std::string* address, ErrorPtr* error) {
   int pipe_fds[2];
   if (pipe2(pipe_fds, O_CLOEXEC) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to make a pipe: %s", strerror(errno));
+    SystemCallFailed(error, "make a pipe");
     return nullptr;
   }
   auto bus_daemon = std::make_unique<ChildProcess>(event);
@@ -37,19 +36,16 @@ std::unique_ptr<ChildProcess> StartBusDaemon(
       {"dbus-daemon", "--config-file=" + config, "--nofork", "--print-address"},
       EnvironmentWith({}), pipe_fds[1], -1, std::move(on_exit), error);
   close(pipe_fds[1]);
+  // It prints its address once it listens.
   std::string line;
-  if (started) {
-    // It prints its address once it listens.
-    pollfd pfd{pipe_fds[0], POLLIN, 0};
-    const int64_t deadline = MonotonicMs() + kBusStartTimeoutMs;
-    while (line.find('\n') == std::string::npos) {
-      const int64_t left_ms = deadline - MonotonicMs();
-      if (left_ms <= 0 || poll(&pfd, 1, static_cast<int>(left_ms)) <= 0) break;
-      char buffer[256];
-      const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
-      if (n <= 0) break;
-      line.append(buffer, static_cast<size_t>(n));
-    }
+  pollfd pfd{pipe_fds[0], POLLIN, 0};
+  const int64_t deadline = MonotonicMs() + kBusStartTimeoutMs;
+  char buffer[256];
+  for (ssize_t n = 1; started && n > 0 && line.find('\n') == std::string::npos;) {
+    const int64_t left_ms = deadline - MonotonicMs();
+    if (left_ms <= 0 || poll(&pfd, 1, static_cast<int>(left_ms)) <= 0) break;
+    n = read(pipe_fds[0], buffer, sizeof(buffer));
+    if (n > 0) line.append(buffer, static_cast<size_t>(n));
   }
   close(pipe_fds[0]);
   if (!started) return nullptr;

@@ -1,18 +1,16 @@
 #include "sim/record.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 
 #include "sim/sim_directory.h"
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
 
 int64_t MonotonicMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::steady_clock::now().time_since_epoch() /
+         std::chrono::milliseconds(1);
 }
 
 }  // namespace
@@ -28,11 +26,7 @@ int64_t Record::NowMs() const { return MonotonicMs() - start_ms_; }
 
 bool Record::OpenLog(const std::string& path, ErrorPtr* error) {
   log_ = fopen(path.c_str(), "we");
-  if (!log_) {
-    Error::AddToPrintf(error, FROM_HERE, "sim", "io_error",
-                       "Failed to open %s: %s", path.c_str(), strerror(errno));
-    return false;
-  }
+  if (!log_) return SystemCallFailed(error, "open " + path);
   for (const TimelineEntry& entry : entries_) Append(entry);
   return true;
 }

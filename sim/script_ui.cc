@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
+#include <iomanip>
 #include <sstream>
 
 #include "platform/event_loop.h"
@@ -17,14 +17,6 @@ namespace morvane::ap {
 namespace {
 
 constexpr size_t kMaxRecent = 100'000;
-
-bool ParseMs(const std::string& text, int64_t min, int64_t max, int64_t* out) {
-  char* end = nullptr;
-  const long long value = strtoll(text.c_str(), &end, 10);
-  if (text.empty() || *end != '\0' || value < min || value > max) return false;
-  *out = value;
-  return true;
-}
 
 bool DaemonGone(const std::string& line) {
   return line.starts_with("avd failed to start") ||
@@ -69,13 +61,15 @@ void ScriptUi::OnLine(const std::string& line) {
     const int64_t left = quit_by_ms_ - record_->NowMs();
     timer_.Start(std::clamp<int64_t>(left, 0, kQuietMs) * 1000,
                  [this] { Quit(); });
-  } else if ((block_ == Block::kReady || block_ == Block::kFirstReady) &&
-             DaemonGone(line)) {
+    return;
+  }
+  const bool ready = block_ == Block::kReady || block_ == Block::kFirstReady;
+  if (ready && DaemonGone(line)) {
     if (block_ == Block::kReady) Fail("wait ready: the daemon ended");
     Unblock();
-  } else if ((block_ == Block::kReady || block_ == Block::kFirstReady ||
-              block_ == Block::kPattern) &&
-             Matches(line)) {
+  } else if ((ready && line == "ready") ||
+             (block_ == Block::kPattern &&
+              line.find(pattern_) != std::string::npos)) {
     Unblock();
   }
 }
@@ -86,11 +80,6 @@ void ScriptUi::Quit() {
   // Nothing runs any more; the loop ends.
   block_ = Block::kQuitting;
   simulator_->Quit();
-}
-
-bool ScriptUi::Matches(const std::string& line) const {
-  if (block_ == Block::kPattern) return line.find(pattern_) != std::string::npos;
-  return line == "ready";
 }
 
 bool ScriptUi::ReadInput() {
@@ -140,20 +129,14 @@ bool ScriptUi::Run(const std::string& line) {
   int64_t number = 0;
 
   if (command == "wait") {
-    std::string pattern = rest;
+    std::string pattern;
     std::string seconds;
-    if (rest.starts_with('"') && rest.find('"', 1) != std::string::npos) {
-      const size_t close = rest.find('"', 1);
-      pattern = rest.substr(1, close - 1);
-      seconds = rest.substr(close + 1);
-    } else if (rest.find(' ') != std::string::npos) {
-      pattern = rest.substr(0, rest.find(' '));
-      seconds = rest.substr(rest.find(' ') + 1);
-    }
-    seconds.erase(0, seconds.find_first_not_of(' '));
+    std::istringstream words(rest);
+    words >> std::quoted(pattern);
+    std::getline(words >> std::ws, seconds);
     const bool ready = pattern == "ready";
     number = ready ? kReadyWaitMs / 1000 : kDefaultWaitMs / 1000;
-    if (pattern.empty() || (!seconds.empty() && !ParseMs(seconds, 1, 3600, &number))) {
+    if (pattern.empty() || (!seconds.empty() && !ParseNumber(seconds, 1, 3600, &number))) {
       Fail(line + ": expected PATTERN (\"quoted\" when it has spaces) and "
                   "SECONDS in 1..3600");
       return true;
@@ -173,7 +156,7 @@ bool ScriptUi::Run(const std::string& line) {
 
   recent_.clear();
   if (command == "sleep") {
-    if (!ParseMs(rest, 0, 600'000, &number)) {
+    if (!ParseNumber(rest, 0, 600'000, &number)) {
       Fail(line + ": expected MS in 0..600000");
       return true;
     }

@@ -70,7 +70,6 @@ class ScriptUi : public Simulator::Observer {
   void Wait(Block block, const std::string& pattern, int64_t timeout_ms);
   void Unblock();
   void Fail(const std::string& why);
-  bool Matches(const std::string& line) const;
 
   EventLoop* const loop_;
   Simulator* simulator_ = nullptr;

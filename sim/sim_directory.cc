@@ -1,22 +1,19 @@
 #include "sim/sim_directory.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
+#include "platform/file_util.h"
 #include "sim/clips.h"
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
-
-constexpr char kDomain[] = "sim";
 
 // Allows everything: the bus is private to one simulator run.
 constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
@@ -41,52 +38,33 @@ constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
 </busconfig>
 )";
 
-bool MakeDirs(const std::string& path, ErrorPtr* error) {
-  std::error_code ec;
-  std::filesystem::create_directories(path, ec);
-  if (ec) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create %s: %s", path.c_str(),
-                       ec.message().c_str());
-    return false;
-  }
-  return true;
-}
-
 bool MakeFifo(const std::string& path, ErrorPtr* error) {
-  if (mkfifo(path.c_str(), 0600) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create FIFO %s: %s", path.c_str(),
-                       strerror(errno));
-    return false;
-  }
-  return true;
+  return mkfifo(path.c_str(), 0600) == 0 ||
+         SystemCallFailed(error, "create FIFO " + path);
 }
 
 // Whether |pid| no longer runs; a zombie (killed, not yet reaped) does not.
 bool Gone(pid_t pid) {
   if (kill(pid, 0) != 0) return errno == ESRCH;
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string text((std::istreambuf_iterator<char>(stat)), {});
+  std::string text;
+  ReadFileToString("/proc/" + std::to_string(pid) + "/stat", &text);
   const size_t paren = text.rfind(')');
   return paren != std::string::npos && text.compare(paren, 3, ") Z") == 0;
 }
 
 // Removes the directories under |parent| that simulators left when they
-// were killed: those whose owner's pid no longer runs.
+// were killed: those whose owner's pid no longer runs. A directory without
+// an owner was kept, or is not ours.
 void RemoveOrphans(const std::string& parent) {
   std::error_code ec;
   for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
-    if (!entry.path().filename().string().starts_with("ap-sim.")) continue;
-    FILE* file = fopen((entry.path() / "owner").c_str(), "re");
-    if (!file) continue;  // Kept, or not ours.
-    char buffer[32] = {};
-    const bool read = fgets(buffer, sizeof(buffer), file) != nullptr;
-    fclose(file);
-    const pid_t pid = read ? static_cast<pid_t>(atoi(buffer)) : 0;
-    if (pid > 0 && Gone(pid)) {
-      std::filesystem::remove_all(entry.path(), ec);
+    std::string owner;
+    if (!entry.path().filename().string().starts_with("ap-sim.") ||
+        !ReadFileToString(entry.path() / "owner", &owner)) {
+      continue;
     }
+    const pid_t pid = static_cast<pid_t>(atoi(owner.c_str()));
+    if (pid > 0 && Gone(pid)) std::filesystem::remove_all(entry.path(), ec);
   }
 }
 
@@ -94,28 +72,9 @@ void RemoveOrphans(const std::string& parent) {
 
 bool WriteWholeFile(const std::string& path, const std::string& contents,
                     ErrorPtr* error) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                      0644);
-  if (fd < 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to open %s: %s", path.c_str(), strerror(errno));
-    return false;
-  }
-  size_t done = 0;
-  while (done < contents.size()) {
-    const ssize_t n = write(fd, contents.data() + done, contents.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                         "Failed to write %s: %s", path.c_str(),
-                         strerror(errno));
-      close(fd);
-      return false;
-    }
-    done += static_cast<size_t>(n);
-  }
-  close(fd);
-  return true;
+  return WriteFile(path, contents.data(), static_cast<int>(contents.size())) ==
+             static_cast<int>(contents.size()) ||
+         SystemCallFailed(error, "write " + path);
 }
 
 std::unique_ptr<SimDirectory> SimDirectory::Create(
@@ -125,9 +84,7 @@ std::unique_ptr<SimDirectory> SimDirectory::Create(
   RemoveOrphans(parent);
   std::string pattern = parent + "/ap-sim.XXXXXX";
   if (!mkdtemp(pattern.data())) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to create a temporary directory: %s",
-                       strerror(errno));
+    SystemCallFailed(error, "create a temporary directory");
     return nullptr;
   }
   std::unique_ptr<SimDirectory> dir(new SimDirectory(pattern));
@@ -178,7 +135,11 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
        {bin_dir(), logs_dir(), sounds, sysroot() + "/usr/share/ap",
         sysroot() + "/var/cache/vpd", sysroot() + "/usr/local/etc/ap",
         iio_sysfs_dir() + "/events", root_ + "/dev/input"}) {
-    if (!MakeDirs(dir, error)) return false;
+    std::error_code ec;
+    if (!std::filesystem::create_directories(dir, ec) && ec) {
+      errno = ec.value();
+      return SystemCallFailed(error, "create " + dir);
+    }
   }
 
   const std::string chime = MakeChimeClip();
@@ -230,10 +191,7 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
     return false;
   }
   if (chmod((bin_dir() + "/is_developer_end_user").c_str(), 0755) != 0) {
-    Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                       "Failed to make is_developer_end_user executable: %s",
-                       strerror(errno));
-    return false;
+    return SystemCallFailed(error, "make is_developer_end_user executable");
   }
   return MakeFifo(touch_fifo(), error) && MakeFifo(iio_event_fifo(), error);
 }

@@ -1,12 +1,5 @@
 #include "sim/simulator.h"
 
-#include <fcntl.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <sstream>
 #include <vector>
 
 #include "platform/event_loop.h"
@@ -15,8 +8,6 @@
 
 namespace morvane::ap {
 namespace {
-
-constexpr char kDomain[] = "sim";
 
 // An attribute's content without its line end.
 std::string Content(const std::string& text) {
@@ -51,11 +42,30 @@ bool Simulator::Start(ErrorPtr* error) {
   }
   if (!WriteWholeFile(directory_->ambient_file(),
                       std::to_string(state_.ambient) + "\n", error) ||
-      !StartBus(error) || !ConnectDaemonClient(error)) {
+      !(bus_daemon_ = StartBusDaemon(
+            loop_->event(), directory_->bus_config(),
+            [this](int status) {
+              Report("bus exited " + DescribeWaitStatus(status));
+              loop_->Quit(1);
+            },
+            &state_.bus_address, error))) {
     return false;
   }
+  const std::string& address = state_.bus_address;
+  Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
+         " address=" + address);
+  daemon_client_ = std::make_unique<DaemonClient>(
+      loop_, address, [this](const std::string& line) { Report(line); },
+      [this](bool ready) {
+        state_.avd_ready = ready;
+        Changed();
+      },
+      [this](uint32_t id) {
+        state_.last_operation_id = id;
+        Changed();
+      });
+  if (!daemon_client_->Connect(error)) return false;
 
-  const std::string& address = bus_address_;
   controller_ = std::make_unique<ControllerPeer>(
       loop_->event(), address, [this](const std::string& line) {
         Report(line);
@@ -91,15 +101,15 @@ bool Simulator::Start(ErrorPtr* error) {
   if (!device_->Open(error) || !WatchFiles(error)) {
     return false;
   }
-  capture_sound_ =
+  const bool capture_sound =
       options_.sound == SoundOutput::kCapture ||
       (options_.sound == SoundOutput::kAuto && !SoundCardAvailable());
-  Report(capture_sound_
+  Report(capture_sound
              ? "audio output capture " + directory_->pavo_capture_file()
              : std::string("audio output card"));
   std::vector<std::string> overrides =
-      directory_->DaemonEnvironment(bus_address_, options_.preload_path);
-  if (capture_sound_) {
+      directory_->DaemonEnvironment(address, options_.preload_path);
+  if (capture_sound) {
     overrides.push_back("PAVO_CAPTURE=" + directory_->pavo_capture_file());
   }
   if (sysfs_board_) {
@@ -118,64 +128,37 @@ bool Simulator::Start(ErrorPtr* error) {
   return true;
 }
 
-bool Simulator::StartBus(ErrorPtr* error) {
-  bus_daemon_ = StartBusDaemon(
-      loop_->event(), directory_->bus_config(),
-      [this](int status) {
-        Report("bus exited " + DescribeWaitStatus(status));
-        loop_->Quit(1);
-      },
-      &bus_address_, error);
-  if (!bus_daemon_) return false;
-  state_.bus_address = bus_address_;
-  Report("bus started pid=" + std::to_string(bus_daemon_->pid()) +
-         " address=" + bus_address_);
-  return true;
-}
-
-bool Simulator::ConnectDaemonClient(ErrorPtr* error) {
-  daemon_client_ = std::make_unique<DaemonClient>(
-      loop_, bus_address_,
-      [this](const std::string& line) { Report(line); },
-      [this](bool ready) {
-        state_.avd_ready = ready;
-        Changed();
-      },
-      [this](uint32_t id) {
-        state_.last_operation_id = id;
-        Changed();
-      });
-  return daemon_client_->Connect(error);
-}
-
 bool Simulator::WatchFiles(ErrorPtr* error) {
   watcher_ = std::make_unique<FileWatcher>(loop_);
   const SimDirectory& dir = *directory_;
   const size_t chime = dir.network_creation_bytes();
   const size_t click = dir.touch_feedback_bytes();
-  if (!watcher_->Init(error) ||
-      !watcher_->TailLines(dir.lightcontrol_log(),
-                           [this](const std::string& l) { OnLightLine(l); },
-                           error) ||
-      !watcher_->TailLines(
-          dir.pavo_log(),
-          [this, chime, click](const std::string& l) {
-            const LibraryOutcome out = TranslatePavoLine(l, chime, click);
-            if (out.line.rfind("sound ", 0) == 0) {
-              state_.last_sound = out.line.substr(6, out.line.find(' ', 6) - 6);
-              Changed();
-            }
-            Report(out.line);
-          },
-          error) ||
-      !watcher_->TailLines(
-          dir.metrics_log(),
-          [this](const std::string& l) { Report(TranslateMetricsLine(l).line); },
-          error) ||
-      !watcher_->TailLines(
-          dir.avd_log(), [this](const std::string& l) { Report("avd: " + l); },
-          error)) {
-    return false;
+  // The stand-in libraries' logs and the daemon's output, as lines.
+  const std::pair<std::string, FileWatcher::LineCallback> logs[] = {
+      {dir.lightcontrol_log(),
+       [this](const std::string& l) {
+         const LibraryOutcome out = TranslateLightControlLine(l);
+         if (out.light_state) state_.light_state = *out.light_state;
+         if (out.brightness) state_.brightness = *out.brightness;
+         Report(out.line);
+         Changed();
+       }},
+      {dir.pavo_log(),
+       [this, chime, click](const std::string& l) {
+         const LibraryOutcome out = TranslatePavoLine(l, chime, click);
+         if (out.line.starts_with("sound ")) {
+           state_.last_sound = out.line.substr(6, out.line.find(' ', 6) - 6);
+           Changed();
+         }
+         Report(out.line);
+       }},
+      {dir.metrics_log(),
+       [this](const std::string& l) { Report(TranslateMetricsLine(l).line); }},
+      {dir.avd_log(), [this](const std::string& l) { Report("avd: " + l); }},
+  };
+  if (!watcher_->Init(error)) return false;
+  for (const auto& [path, on_line] : logs) {
+    if (!watcher_->TailLines(path, on_line, error)) return false;
   }
   if (sysfs_board_ &&
       !sysfs_board_->Watch(
@@ -228,21 +211,6 @@ void Simulator::Shutdown() {
   sysfs_board_.reset();
   bus_daemon_.reset();
   directory_.reset();
-}
-
-void Simulator::StartOperation() { daemon_client_->SetOperationInProgress(); }
-
-void Simulator::SucceedOperation() {
-  daemon_client_->SetOperationSucceeded(state_.last_operation_id);
-}
-
-void Simulator::FailOperation() {
-  daemon_client_->SetOperationFailed(state_.last_operation_id);
-}
-
-void Simulator::SetLedState(const std::string& name, const std::string& value,
-                            uint32_t seconds) {
-  daemon_client_->SetLedState(name, value, seconds);
 }
 
 void Simulator::Quit() { loop_->Quit(0); }
@@ -315,20 +283,14 @@ void Simulator::SyncConfiguration() {
 }
 
 bool Simulator::RestartPeer(const std::string& which) {
-  ErrorPtr error;
-  bool started = false;
-  if (which == "controller") {
-    controller_->Stop();
-    started = controller_->Start(&error);
-  } else if (which == "group") {
-    group_monitor_->Leave();
-    started = group_monitor_->Join(&error);
-  } else if (which == "connman") {
-    connection_manager_->Stop();
-    started = connection_manager_->Start(&error);
-  } else {
+  if (which != "controller" && which != "group" && which != "connman") {
     return false;
   }
+  // Each leaves the bus first.
+  ErrorPtr error;
+  const bool started = which == "controller" ? controller_->Start(&error)
+                       : which == "group"    ? group_monitor_->Join(&error)
+                                             : connection_manager_->Start(&error);
   Report("inject restart " + which);
   if (!started) Report("error " + error->message());
   state_.controller_running = controller_->running();
@@ -347,20 +309,6 @@ void Simulator::PublishWrongTypes() {
   group_monitor_->PublishWrongTypes();
   connection_manager_->SignalWrongType();
   controller_->PublishWrongType();
-}
-
-void Simulator::Flood(int calls) { daemon_client_->Flood(calls); }
-
-void Simulator::OnLightLine(const std::string& raw) {
-  const LibraryOutcome out = TranslateLightControlLine(raw);
-  if (raw.rfind("light_init", 0) == 0) state_.light_initialized = true;
-  if (out.light_state) state_.light_state = *out.light_state;
-  if (raw.rfind("light_set_state_with_transition", 0) == 0) {
-    ++state_.transitions;
-  }
-  if (out.brightness) state_.brightness = *out.brightness;
-  Report(out.line);
-  Changed();
 }
 
 }  // namespace morvane::ap

@@ -7,8 +7,6 @@
 #include <string>
 
 #include "platform/error.h"
-#include "platform/event_loop.h"
-#include "platform/timer.h"
 #include "sim/child_process.h"
 #include "sim/connection_manager_peer.h"
 #include "sim/controller_peer.h"
@@ -25,12 +23,12 @@
 
 namespace morvane::ap {
 
+class EventLoop;
+
 // What the simulated device shows and how its world is set, for the views.
 struct SimState {
   int light_state = -1;  // -1 until the daemon sets one.
   int brightness = -1;   // 0..255; -1 until the daemon sets one.
-  int transitions = 0;   // Count of transition calls, for a view to flash.
-  bool light_initialized = false;
   bool wan_online = false;
   bool group_joined = true;
   bool is_root = true;
@@ -129,18 +127,9 @@ class Simulator {
   void RestartAvd();
   // Faults of the peers: Upstart stops answering (or answers again); the
   // group monitor, the connection manager and the controller publish
-  // values of the wrong D-Bus types; a client floods the Manager with
-  // malformed calls and leaves before the replies.
+  // values of the wrong D-Bus types.
   void SetUpstartAnswering(bool answering);
   void PublishWrongTypes();
-  void Flood(int calls);
-  // The daemon's Manager methods, called as another daemon would; the
-  // operation ids are the last one the daemon gave.
-  void StartOperation();
-  void SucceedOperation();
-  void FailOperation();
-  void SetLedState(const std::string& name, const std::string& value,
-                   uint32_t seconds);
   // Ends the loop, and so the simulator.
   void Quit();
 
@@ -152,15 +141,15 @@ class Simulator {
   DeviceControls* device() const { return device_.get(); }
   // Null after Shutdown().
   SimDirectory* directory() const { return directory_.get(); }
+  // The daemon's Manager methods, called as another daemon would, and a
+  // client that floods it; null before Start() and after Shutdown().
+  DaemonClient* daemon_client() const { return daemon_client_.get(); }
 
  private:
-  bool StartBus(ErrorPtr* error);
-  bool ConnectDaemonClient(ErrorPtr* error);
   bool WatchFiles(ErrorPtr* error);
   void Changed();
   // Copies what the view shows of the controller's configuration.
   void SyncConfiguration();
-  void OnLightLine(const std::string& raw);
 
   EventLoop* const loop_;
   const Options options_;
@@ -171,7 +160,6 @@ class Simulator {
   std::unique_ptr<SimDirectory> directory_;
   std::unique_ptr<SysfsBoard> sysfs_board_;
   std::unique_ptr<ChildProcess> bus_daemon_;
-  std::string bus_address_;
   std::unique_ptr<DaemonClient> daemon_client_;
   std::unique_ptr<ControllerPeer> controller_;
   std::unique_ptr<GroupMonitorPeer> group_monitor_;
@@ -179,8 +167,6 @@ class Simulator {
   std::unique_ptr<UpstartPeer> upstart_;
   std::unique_ptr<FileWatcher> watcher_;
   std::unique_ptr<DeviceControls> device_;
-  // Decided once at start: played sound goes to a file instead of the card.
-  bool capture_sound_ = true;
   std::unique_ptr<DaemonProcess> daemon_;
 };
 

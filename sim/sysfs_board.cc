@@ -3,15 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <sstream>
+
+#include "sim/system_error.h"
 
 namespace morvane::ap {
 namespace {
 
-constexpr char kDomain[] = "sim";
 // The library writes a state as a few attributes in a row; the ring is
 // described once they have all landed.
 constexpr int64_t kSettleUs = 20'000;
@@ -23,11 +22,8 @@ std::string LedName(int index) {
 }
 
 std::string Attribute(const std::string& dir, const char* name) {
-  std::string text = ReadWholeFile(dir + "/" + name);
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
-    text.pop_back();
-  }
-  return text;
+  const std::string text = ReadWholeFile(dir + "/" + name);
+  return text.substr(0, text.find_last_not_of("\n ") + 1);
 }
 
 std::vector<int> Numbers(const std::string& text) {
@@ -39,10 +35,8 @@ std::vector<int> Numbers(const std::string& text) {
 
 bool MakeLink(const std::string& target, const std::string& path,
               ErrorPtr* error) {
-  if (symlink(target.c_str(), path.c_str()) == 0) return true;
-  Error::AddToPrintf(error, FROM_HERE, kDomain, "io_error",
-                     "Failed to link %s: %s", path.c_str(), strerror(errno));
-  return false;
+  return symlink(target.c_str(), path.c_str()) == 0 ||
+         SystemCallFailed(error, "link " + path);
 }
 
 }  // namespace
@@ -184,10 +178,8 @@ void SysfsBoard::Describe() {
     view.line += " (" + std::to_string(differ) + " of " + std::to_string(kLeds) +
                  " LEDs differ)";
   }
-  std::string all;
-  for (const std::string& look : looks) all += look + "\n";
-  if (all == last_looks_) return;
-  last_looks_ = all;
+  if (looks == last_looks_) return;
+  last_looks_ = looks;
   on_ring_(view);
 }
 

@@ -76,7 +76,8 @@ class SysfsBoard {
   TaskLoop* loop_ = nullptr;
   RingCallback on_ring_;
   TaskId settle_task_ = 0;
-  std::string last_looks_;  // Every LED's look, to report changes only.
+  // Every LED's look, to report changes only.
+  std::vector<std::string> last_looks_;
 };
 
 }  // namespace morvane::ap

@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <sys/ioctl.h>
-#include <systemd/sd-event.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -60,17 +59,7 @@ bool TerminalUi::Start(Simulator* simulator, ErrorPtr* error) {
     sigaction(signo, &crash, nullptr);
   }
   // A resized terminal is drawn again at once.
-  sigset_t winch;
-  sigemptyset(&winch);
-  sigaddset(&winch, SIGWINCH);
-  sigprocmask(SIG_BLOCK, &winch, nullptr);
-  sd_event_add_signal(
-      loop_->event(), &resize_source_, SIGWINCH,
-      [](sd_event_source*, const signalfd_siginfo*, void* self) {
-        static_cast<TerminalUi*>(self)->ScheduleRedraw();
-        return 0;
-      },
-      this);
+  loop_->HandleSignal(SIGWINCH, [this] { ScheduleRedraw(); }, nullptr);
   active_ = true;
   const char kEnter[] = "\x1b[?1049h\x1b[?25l\x1b[2J";
   (void)!write(STDOUT_FILENO, kEnter, sizeof(kEnter) - 1);
@@ -84,7 +73,7 @@ void TerminalUi::Stop() {
   active_ = false;
   if (key_watch_) loop_->CancelTask(key_watch_);
   key_watch_ = 0;
-  resize_source_ = sd_event_source_unref(resize_source_);
+  loop_->HandleSignal(SIGWINCH, [] {}, nullptr);
   (void)!write(STDOUT_FILENO, kLeave, sizeof(kLeave) - 1);
   tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
   const size_t shown = std::min<size_t>(log_.size(), 8);

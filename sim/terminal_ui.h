@@ -10,8 +10,6 @@
 #include "platform/task_loop.h"
 #include "sim/simulator.h"
 
-typedef struct sd_event_source sd_event_source;
-
 namespace morvane::ap {
 
 class EventLoop;
@@ -57,7 +55,6 @@ class TerminalUi : public Simulator::Observer {
   TaskId redraw_task_ = 0;
   std::deque<std::string> log_;
   bool show_keys_ = false;  // ? shows the keys in place of the log.
-  sd_event_source* resize_source_ = nullptr;
 };
 
 }  // namespace morvane::ap

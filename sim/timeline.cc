@@ -82,14 +82,11 @@ class Picture {
            const std::string& label) {
     const int y = RowTop(row) + 3;
     Rect(X(from_ms), X(to_ms), y, kRowHeight - 6, fill);
-    // Inside when it fits, else just after the bar when the row has room.
-    const double width = 6.0 * label.size() + 4;
-    double& free_from = label_free_[row];
-    if (X(to_ms) - X(from_ms) > width) {
+    // Inside when it fits, else just after the bar.
+    if (X(to_ms) - X(from_ms) > 6.0 * label.size() + 4) {
       Text(X(from_ms) + 3, y + 13, label);
-    } else if (X(to_ms) + 3 >= free_from) {
-      Text(X(to_ms) + 3, y + 13, label);
-      free_from = X(to_ms) + 3 + width;
+    } else {
+      Label(row, X(to_ms) + 3, y + 13, label, 11, 6.0);
     }
   }
 
@@ -100,11 +97,16 @@ class Picture {
     Printf("<line x1=\"%.1f\" y1=\"%d\" x2=\"%.1f\" y2=\"%d\" stroke=\"%s\" "
            "stroke-width=\"2\"/>\n",
            X(ms), y + 2, X(ms), y + kRowHeight - 2, fill.c_str());
+    Label(row, X(ms) + 3, y + 16, label, 10, 5.5);
+  }
+
+  // |label| at |x| on |row| where the row's last label left room.
+  void Label(int row, double x, int y, const std::string& label, int size,
+             double char_width) {
     double& free_from = label_free_[row];
-    if (X(ms) + 3 >= free_from) {
-      Text(X(ms) + 3, y + 16, label, 10);
-      free_from = X(ms) + 3 + 5.5 * label.size() + 4;
-    }
+    if (x < free_from) return;
+    Text(x, y, label, size);
+    free_from = x + char_width * label.size() + 4;
   }
 
   static int RowTop(int row) { return kRowsTop + row * kRowHeight; }
@@ -209,24 +211,22 @@ void DrawLight(Picture& p, const std::vector<TimelineEntry>& entries) {
     return kBrightnessTop + kBrightnessHeight -
            kBrightnessHeight * level / 255.0;
   };
-  char point[64];
+  auto add = [&](int64_t ms, int level) {
+    char point[64];
+    snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(ms), y(level));
+    points += point;
+  };
   for (const TimelineEntry& e : entries) {
     const int level = e.device.brightness;
     if (level == last || level < 0) continue;
-    if (last >= 0) {
-      snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(e.ms), y(last));
-      points += point;
-    }
-    snprintf(point, sizeof(point), "%.1f,%.1f ", p.X(e.ms), y(level));
-    points += point;
+    if (last >= 0) add(e.ms, last);
+    add(e.ms, level);
     p.Text(p.X(e.ms) + 2, static_cast<int>(y(level)) - 2, std::to_string(level),
            9, "#555");
     last = level;
   }
-  if (last >= 0) {
-    snprintf(point, sizeof(point), "%.1f,%.1f", p.X(p.end_ms()), y(last));
-    points += point;
-  }
+  if (last >= 0) add(p.end_ms(), last);
+  if (!points.empty()) points.pop_back();  // The separator after the last.
   p.Rect(kTimelineLeft, p.X(p.end_ms()), kBrightnessTop + kBrightnessHeight, 1,
          "#bbbbbb");
   // Any length: not through Printf's buffer.
@@ -234,27 +234,29 @@ void DrawLight(Picture& p, const std::vector<TimelineEntry>& entries) {
         "\" fill=\"none\" stroke=\"#d08000\" stroke-width=\"2\"/>\n");
 }
 
+// The WAN as online and offline spans; a group failure and setup only
+// where they hold.
 void DrawWorld(Picture& p, const std::vector<TimelineEntry>& entries) {
-  const int64_t end = p.end_ms();
-  Spans<bool>(entries, end, [](const DeviceSnapshot& d) { return d.wan_online; },
-              [&p](int64_t from, int64_t to, bool online) {
-                p.Bar(kWan, from, to, online ? "#a8e0b8" : "#f4c09a",
-                      (online ? "online " : "offline ") + Seconds(to - from));
-              });
-  Spans<bool>(entries, end,
-              [](const DeviceSnapshot& d) { return d.group_failure; },
-              [&p](int64_t from, int64_t to, bool failure) {
-                if (failure) {
-                  p.Bar(kGroup, from, to, "#f4a0a0",
-                        "failure " + Seconds(to - from));
-                }
-              });
-  Spans<bool>(entries, end, [](const DeviceSnapshot& d) { return d.in_setup; },
-              [&p](int64_t from, int64_t to, bool setup) {
-                if (setup) {
-                  p.Bar(kSetup, from, to, "#a8c4f4", "in setup " + Seconds(to - from));
-                }
-              });
+  const struct {
+    RowIndex row;
+    bool DeviceSnapshot::*value;
+    const char *on_label, *on_fill, *off_label = nullptr, *off_fill = nullptr;
+  } kRows[] = {
+      {kWan, &DeviceSnapshot::wan_online, "online ", "#a8e0b8", "offline ",
+       "#f4c09a"},
+      {kGroup, &DeviceSnapshot::group_failure, "failure ", "#f4a0a0"},
+      {kSetup, &DeviceSnapshot::in_setup, "in setup ", "#a8c4f4"},
+  };
+  for (const auto& row : kRows) {
+    Spans<bool>(
+        entries, p.end_ms(),
+        [&row](const DeviceSnapshot& d) { return d.*row.value; },
+        [&](int64_t from, int64_t to, bool on) {
+          if (!on && !row.off_label) return;
+          p.Bar(row.row, from, to, on ? row.on_fill : row.off_fill,
+                (on ? row.on_label : row.off_label) + Seconds(to - from));
+        });
+  }
 }
 
 void DrawEvents(Picture& p, const std::vector<TimelineEntry>& entries) {

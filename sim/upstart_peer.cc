@@ -47,19 +47,13 @@ int UpstartPeer::OnEmitEvent(sd_bus_message* call, void* userdata,
   int r = sd_bus_message_read(call, "s", &name);
   if (r >= 0) r = sd_bus_message_read_strv(call, &env);
   if (r >= 0) r = sd_bus_message_read(call, "b", &wait);
-  if (r < 0) {
-    if (env) {
-      for (char** e = env; *e; ++e) free(*e);
-      free(env);
-    }
-    return r;
-  }
-  std::string line = std::string("upstart ") + name;
+  std::string line = std::string("upstart ") + (name ? name : "");
   for (char** e = env; e && *e; ++e) {
     line += std::string(" ") + *e;
     free(*e);
   }
   free(env);
+  if (r < 0) return r;
   if (wait) line += " wait";
   if (!self->answering_) {
     self->report_(line + " unanswered");
