@@ -97,6 +97,12 @@ void VantleClient::OnPropertyChanged(Message* signal) {
 }
 
 void VantleClient::SetConnectionState(const std::string& state) {
+  // No connection manager names a state "": a peer that sends one is
+  // broken, and the state held stays.
+  if (state.empty()) {
+    LOG(WARNING) << "Failed to read ConnectionState: empty, ignoring it";
+    return;
+  }
   if (state == connection_state_) return;
   connection_state_ = state;
   // A callback may register another.

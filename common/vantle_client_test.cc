@@ -57,6 +57,7 @@ TEST_F(VantleClientTest, FollowsTheStateAcrossSignalsAndRestarts) {
   WaitForStates(2);
   Signal("sv", "Technology", "s", "wifi");
   Signal("sv", "ConnectionState", "u", 5);
+  Signal("sv", "ConnectionState", "s", "");
   Signal("sv", "ConnectionState", "s", "ready");
   WaitForStates(3);
   peer_.reset();
@@ -68,7 +69,8 @@ TEST_F(VantleClientTest, FollowsTheStateAcrossSignalsAndRestarts) {
               ElementsAre("offline", "online", "ready", "offline", "online"));
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre(HasSubstr("Failed to read ConnectionState: Method "
-                                    "parameter type mismatch")));
+                                    "parameter type mismatch"),
+                          "Failed to read ConnectionState: empty, ignoring it"));
   std::string late;
   client.RegisterConnectionStateCallback(
       [&](const std::string& state) { late = state; });
