@@ -1,10 +1,10 @@
 // Writes the daemon's sound clips into DIR (the image's
-// /usr/share/sounds/ap): the same clips as the simulator plays.
+// /usr/share/sounds/ap): the same stand-in clips as the simulator plays.
 #include <cstdio>
 #include <fstream>
 #include <string>
 
-#include "sim/clips.h"
+#include "stubs/clips/clips.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) {

@@ -14,10 +14,10 @@
 #include <memory>
 #include <string>
 
-#include "sim/connection_manager_peer.h"
-#include "sim/controller_peer.h"
-#include "sim/group_monitor_peer.h"
-#include "sim/upstart_peer.h"
+#include "peers/connection_manager_peer.h"
+#include "peers/controller_peer.h"
+#include "peers/group_monitor_peer.h"
+#include "peers/upstart_peer.h"
 
 namespace morvane::ap {
 namespace {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "sim/controller_peer.h"
+#include "peers/controller_peer.h"
 #include "tests/fixtures/bus_test.h"
 
 namespace morvane::ap {

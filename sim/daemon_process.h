@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/timer.h"
-#include "sim/child_process.h"
+#include "peers/child_process.h"
 
 namespace morvane::ap {
 

@@ -4,7 +4,7 @@
 #include <linux/input.h>
 #include <unistd.h>
 
-#include "sim/system_error.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {

@@ -10,7 +10,7 @@
 #include <filesystem>
 
 #include "platform/file_util.h"
-#include "sim/system_error.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 std::string ReadWholeFile(const std::string& path) {

@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "sim/sim_directory.h"
-#include "sim/system_error.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {

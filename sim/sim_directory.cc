@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "platform/file_util.h"
-#include "sim/clips.h"
-#include "sim/system_error.h"
+#include "stubs/clips/clips.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "platform/event_loop.h"
 #include "sim/library_log.h"
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 
 namespace morvane::ap {
 namespace {

@@ -7,18 +7,18 @@
 #include <string>
 
 #include "platform/error.h"
-#include "sim/child_process.h"
-#include "sim/connection_manager_peer.h"
-#include "sim/controller_peer.h"
+#include "peers/child_process.h"
+#include "peers/connection_manager_peer.h"
+#include "peers/controller_peer.h"
 #include "sim/daemon_client.h"
 #include "sim/daemon_process.h"
 #include "sim/device_controls.h"
 #include "sim/file_watcher.h"
-#include "sim/group_monitor_peer.h"
+#include "peers/group_monitor_peer.h"
 #include "sim/sim_directory.h"
 #include "sim/sound_output.h"
 #include "sim/sysfs_board.h"
-#include "sim/upstart_peer.h"
+#include "peers/upstart_peer.h"
 
 
 namespace morvane::ap {

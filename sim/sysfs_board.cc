@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <sstream>
 
-#include "sim/system_error.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "sim/device_inputs.h"
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 #include "tests/fixtures/sim_world.h"
 #include "tests/fixtures/temp_dir.h"
 

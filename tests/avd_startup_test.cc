@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/child_process.h"
+#include "peers/child_process.h"
 #include "sim/sim_directory.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
 #include "tests/fixtures/temp_dir.h"

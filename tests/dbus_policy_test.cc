@@ -17,7 +17,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
 
 namespace morvane::ap {

@@ -1,5 +1,5 @@
-#ifndef SIM_CHILD_PROCESS_H_
-#define SIM_CHILD_PROCESS_H_
+#ifndef PEERS_CHILD_PROCESS_H_
+#define PEERS_CHILD_PROCESS_H_
 
 #include <signal.h>
 #include <sys/types.h>
@@ -16,12 +16,12 @@ typedef struct sd_event_source sd_event_source;
 
 namespace morvane::ap {
 
-// One child process of the simulator, watched on the loop. The child runs in
-// its own process group (a Ctrl-C in the terminal reaches only the
-// simulator, which then stops its children in order) and is killed by the
-// kernel if the simulator dies without cleaning up.
+// One child process (a bus daemon, a daemon under test), watched on the
+// loop. The child runs in its own process group (a Ctrl-C in the terminal
+// reaches only its parent, which then stops its children in order) and is
+// killed by the kernel if the parent dies without cleaning up.
 //
-// SIGCHLD must be blocked in the simulator before Start() (sd-event watches
+// SIGCHLD must be blocked in the parent before Start() (sd-event watches
 // children through it); the child gets an empty signal mask.
 class ChildProcess {
  public:
@@ -76,4 +76,4 @@ std::string DescribeWaitStatus(int wait_status);
 
 }  // namespace morvane::ap
 
-#endif  // SIM_CHILD_PROCESS_H_
+#endif  // PEERS_CHILD_PROCESS_H_

@@ -1,10 +1,10 @@
-#include "sim/upstart_peer.h"
+#include "peers/upstart_peer.h"
 
 #include <systemd/sd-bus.h>
 
 #include <cstdlib>
 
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 
 namespace morvane::ap {
 namespace {

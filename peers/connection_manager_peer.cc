@@ -1,8 +1,8 @@
-#include "sim/connection_manager_peer.h"
+#include "peers/connection_manager_peer.h"
 
 #include <systemd/sd-bus.h>
 
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 
 namespace morvane::ap {
 namespace {

@@ -1,4 +1,4 @@
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "sim/system_error.h"
+#include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {

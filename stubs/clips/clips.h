@@ -1,11 +1,11 @@
-#ifndef SIM_CLIPS_H_
-#define SIM_CLIPS_H_
+#ifndef STUBS_CLIPS_CLIPS_H_
+#define STUBS_CLIPS_CLIPS_H_
 
 #include <string>
 
 namespace morvane::ap {
 
-// Generated sound clips: headerless signed 16-bit little-endian PCM at
+// Stand-ins for the device's sound clips, generated: headerless signed 16-bit little-endian PCM at
 // 48000 frames per second, interleaved when there are two channels.
 
 // A short touch-feedback click, one channel.
@@ -16,4 +16,4 @@ std::string MakeChimeClip();
 
 }  // namespace morvane::ap
 
-#endif  // SIM_CLIPS_H_
+#endif  // STUBS_CLIPS_CLIPS_H_

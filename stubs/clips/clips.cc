@@ -1,4 +1,4 @@
-#include "sim/clips.h"
+#include "stubs/clips/clips.h"
 
 #include <cmath>
 #include <cstdint>

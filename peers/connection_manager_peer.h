@@ -1,5 +1,5 @@
-#ifndef SIM_CONNECTION_MANAGER_PEER_H_
-#define SIM_CONNECTION_MANAGER_PEER_H_
+#ifndef PEERS_CONNECTION_MANAGER_PEER_H_
+#define PEERS_CONNECTION_MANAGER_PEER_H_
 
 #include <systemd/sd-bus.h>
 
@@ -46,4 +46,4 @@ class ConnectionManagerPeer {
 
 }  // namespace morvane::ap
 
-#endif  // SIM_CONNECTION_MANAGER_PEER_H_
+#endif  // PEERS_CONNECTION_MANAGER_PEER_H_

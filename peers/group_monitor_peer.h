@@ -1,5 +1,5 @@
-#ifndef SIM_GROUP_MONITOR_PEER_H_
-#define SIM_GROUP_MONITOR_PEER_H_
+#ifndef PEERS_GROUP_MONITOR_PEER_H_
+#define PEERS_GROUP_MONITOR_PEER_H_
 
 #include <systemd/sd-bus.h>
 
@@ -57,4 +57,4 @@ class GroupMonitorPeer {
 
 }  // namespace morvane::ap
 
-#endif  // SIM_GROUP_MONITOR_PEER_H_
+#endif  // PEERS_GROUP_MONITOR_PEER_H_

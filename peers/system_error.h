@@ -1,5 +1,5 @@
-#ifndef SIM_SYSTEM_ERROR_H_
-#define SIM_SYSTEM_ERROR_H_
+#ifndef PEERS_SYSTEM_ERROR_H_
+#define PEERS_SYSTEM_ERROR_H_
 
 #include <cerrno>
 #include <cstring>
@@ -20,4 +20,4 @@ inline bool SystemCallFailed(ErrorPtr* error, const std::string& what) {
 
 }  // namespace morvane::ap
 
-#endif  // SIM_SYSTEM_ERROR_H_
+#endif  // PEERS_SYSTEM_ERROR_H_

@@ -1,10 +1,10 @@
-#include "sim/controller_peer.h"
+#include "peers/controller_peer.h"
 
 #include <systemd/sd-bus.h>
 
 #include <cstring>
 
-#include "sim/peer_bus.h"
+#include "peers/peer_bus.h"
 
 namespace morvane::ap {
 namespace {

@@ -1,5 +1,5 @@
-#ifndef SIM_CONTROLLER_PEER_H_
-#define SIM_CONTROLLER_PEER_H_
+#ifndef PEERS_CONTROLLER_PEER_H_
+#define PEERS_CONTROLLER_PEER_H_
 
 #include <systemd/sd-bus.h>
 
@@ -17,7 +17,7 @@ namespace morvane::ap {
 // object manager and the configuration object, whose properties
 // "DeviceConfiguration" and "RuntimeState" hold serialized records. Set()
 // from the bus stores the record and publishes it, as the real controller
-// does; the simulator changes the configuration through the same path.
+// does; its owner changes the configuration through the same path.
 class ControllerPeer {
  public:
   // Receives one line per event worth showing ("config set ...").
@@ -76,4 +76,4 @@ class ControllerPeer {
 
 }  // namespace morvane::ap
 
-#endif  // SIM_CONTROLLER_PEER_H_
+#endif  // PEERS_CONTROLLER_PEER_H_

@@ -1,5 +1,5 @@
-#ifndef SIM_UPSTART_PEER_H_
-#define SIM_UPSTART_PEER_H_
+#ifndef PEERS_UPSTART_PEER_H_
+#define PEERS_UPSTART_PEER_H_
 
 #include <systemd/sd-bus.h>
 
@@ -46,4 +46,4 @@ class UpstartPeer {
 
 }  // namespace morvane::ap
 
-#endif  // SIM_UPSTART_PEER_H_
+#endif  // PEERS_UPSTART_PEER_H_

@@ -1,11 +1,11 @@
-#ifndef SIM_PEER_BUS_H_
-#define SIM_PEER_BUS_H_
+#ifndef PEERS_PEER_BUS_H_
+#define PEERS_PEER_BUS_H_
 
 #include <memory>
 #include <string>
 
 #include "platform/error.h"
-#include "sim/child_process.h"
+#include "peers/child_process.h"
 
 typedef struct sd_bus sd_bus;
 typedef struct sd_event sd_event;
@@ -48,4 +48,4 @@ sd_bus* StartPeer(const std::string& address, sd_event* event,
 
 }  // namespace morvane::ap
 
-#endif  // SIM_PEER_BUS_H_
+#endif  // PEERS_PEER_BUS_H_
