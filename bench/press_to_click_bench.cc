@@ -43,7 +43,9 @@ int64_t g_played_ns = 0;  // When the last clip reached the audio library.
 
 extern "C" {
 
-struct pavo_client {};
+struct pavo_client {
+  int unused;  // a C struct is never empty
+};
 
 int pavo_helper_create_connect(pavo_client** client) {
   static pavo_client the_client;

@@ -13,8 +13,8 @@ namespace {
 
 constexpr int kLeds = 12;
 constexpr const char* kKeyRows[] = {
-    " w wave  b button  n WAN  g group failure  r root  l leave  e bridge"
-    "  k vpd",
+    (" w wave  b button  n WAN  g group failure  r root  l leave  e bridge"
+     "  k vpd"),
     " s setup  +/- intensity  a auto  [/] ambient  x ambient fail  v default dev",
     " m audio  p op start  u succeed  f fail  c restart ctrl  d restart avd  q quit"};
 // What ? shows in place of the log.
