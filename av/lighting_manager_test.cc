@@ -13,6 +13,7 @@
 namespace morvane::ap {
 namespace {
 
+using ::testing::_;
 using ::testing::ElementsAre;
 using ::testing::InSequence;
 using ::testing::Pair;
@@ -85,6 +86,9 @@ TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
   EXPECT_EQ(status_.deciding_input().value(), "wan_failure");
   EXPECT_THAT(status_.timed_states().value(),
               ElementsAre(Pair("wan_failure", "")));
+  // An ended state keeps its deadline inside, but the status drops it.
+  EXPECT_THAT(status_.timed_state_deadlines().value(),
+              ElementsAre(Pair("wan_failure", _)));
 
   ExpectState(kLightStateSetup);
   manager_->SetSetupMode(true);
@@ -95,6 +99,14 @@ TEST_F(LightingManagerTest, StatusAndLogFollowEachDecision) {
                           "Timed state vox ended",
                           "Light state 0, decided by wan_failure",
                           "Light state 3, decided by setup_mode"));
+
+  // The same timed state again with another value shows the new value.
+  ExpectState(kLightStateSetupActivity);
+  EXPECT_TRUE(SetLedState("setup_activity", "scan", 10));
+  EXPECT_TRUE(SetLedState("setup_activity", "join", 10));
+  EXPECT_THAT(status_.timed_states().value(),
+              ElementsAre(Pair("setup_activity", "join"),
+                          Pair("wan_failure", "")));
 }
 
 TEST_F(LightingManagerTest, ShowsWanFailureWhenTheGracePeriodEndsUnconnected) {

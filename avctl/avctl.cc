@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -29,7 +30,7 @@ constexpr char kStatusInterface[] = "org.tessaly.ap.AudioVisual.Status";
 constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 
 constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
+constexpr int kExitUsage = 64;  // EX_USAGE
 
 constexpr char kUsage[] =
     "Usage: avctl [OPTIONS...] COMMAND\n"
@@ -40,7 +41,8 @@ constexpr char kUsage[] =
     "Commands:\n"
     "  status                    Show the light state, its deciding input and\n"
     "                            the daemon's inputs\n"
-    "  monitor                   Print each change of the status until stopped\n"
+    "  monitor                   Print each change of the status until stopped;\n"
+    "                            waits for avd when it is not running\n"
     "  op start [ID]             Show an operation in progress (30 s); prints\n"
     "                            the new operation id\n"
     "  op succeed|fail [ID]      End the operation (ID defaults to the last)\n"
@@ -48,11 +50,11 @@ constexpr char kUsage[] =
     "                            \"setup_activity\") for SECONDS; 0 ends it\n"
     "\n"
     "Options:\n"
-    "  -h --help                 Show this help\n"
+    "  -h --help, help           Show this help\n"
     "     --version              Show the version\n"
     "\n"
     "The system bus is DBUS_SYSTEM_BUS_ADDRESS when set. Exit status: 0 on\n"
-    "success, 1 when the daemon or the bus failed the request, 2 on a usage\n"
+    "success, 1 when the daemon or the bus failed the request, 64 on a usage\n"
     "error.\n";
 
 int Usage(const std::string& problem) {
@@ -75,13 +77,22 @@ int Fail(const std::string& what, const sd_bus_error* error, int r) {
   return kExitFailure;
 }
 
+// No system bus to connect to: the usual case on a workstation.
+int NoBus(int r) {
+  Fail("connect to the system bus", nullptr, r);
+  fputs("avctl: Run it inside the simulator (scripts/sim shows the bus "
+        "address), or set DBUS_SYSTEM_BUS_ADDRESS to the bus avd is on.\n",
+        stderr);
+  return kExitFailure;
+}
+
 int64_t WallNowUs() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   return static_cast<int64_t>(now.tv_sec) * 1'000'000 + now.tv_nsec / 1'000;
 }
 
-// Parses a whole unsigned 32-bit number.
+// Parses a whole unsigned 32-bit number, 0 to 4294967295.
 bool ParseU32(const char* text, uint32_t* value) {
   errno = 0;
   char* end = nullptr;
@@ -156,7 +167,8 @@ int Parse(const std::vector<std::string>& words, Request* request) {
     request->op = args[0];
     request->has_id = args.size() == 2;
     if (request->has_id && !ParseU32(args[1].c_str(), &request->id)) {
-      return Usage("invalid operation ID: " + args[1]);
+      return Usage("invalid operation ID " + args[1] +
+                   ": a number from 0 to 4294967295");
     }
     return 0;
   }
@@ -165,7 +177,8 @@ int Parse(const std::vector<std::string>& words, Request* request) {
     request->name = args[0];
     request->value = args[1];
     if (!ParseU32(args[2].c_str(), &request->seconds)) {
-      return Usage("invalid number of seconds: " + args[2]);
+      return Usage("invalid number of seconds " + args[2] +
+                   ": a number from 0 to 4294967295");
     }
     return 0;
   }
@@ -224,19 +237,39 @@ int OnPropertiesChanged(sd_bus_message* m, void*, sd_bus_error*) {
   return 0;
 }
 
-int OnNameOwnerChanged(sd_bus_message* m, void*, sd_bus_error*) {
+// Whether avd owns its name on |bus| now.
+bool AvdOnBus(sd_bus* bus) {
+  sd_bus_message* reply = nullptr;
+  int has_owner = 0;
+  if (sd_bus_call_method(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                         "org.freedesktop.DBus", "NameHasOwner", nullptr,
+                         &reply, "s", kService) >= 0) {
+    sd_bus_message_read(reply, "b", &has_owner);
+  }
+  sd_bus_message_unref(reply);
+  return has_owner;
+}
+
+// A daemon that comes shows its whole status; one that leaves is waited for.
+int OnNameOwnerChanged(sd_bus_message* m, void* bus, sd_bus_error*) {
   const char* name = nullptr;
   const char* old_owner = nullptr;
   const char* new_owner = nullptr;
   if (sd_bus_message_read(m, "sss", &name, &old_owner, &new_owner) < 0) {
     return 0;
   }
-  printf("%s\n", new_owner[0] ? "avd is on the bus" : "avd left the bus");
+  if (new_owner[0]) {
+    printf("avd is on the bus\n");
+    Status(static_cast<sd_bus*>(bus));
+  } else {
+    printf("avd left the bus; waiting for it (Ctrl-C stops)\n");
+  }
   fflush(stdout);
   return 0;
 }
 
-// Prints the status once, then each change, until SIGINT or SIGTERM.
+// Prints the status once, then each change, until SIGINT or SIGTERM; waits
+// for a daemon that is not running.
 int Monitor(sd_bus* bus) {
   sd_event* event = nullptr;
   int r = sd_event_default(&event);
@@ -250,7 +283,7 @@ int Monitor(sd_bus* bus) {
         std::string("type='signal',sender='org.freedesktop.DBus',"
                     "member='NameOwnerChanged',arg0='") + kService + "'";
     r = sd_bus_add_match(bus, nullptr, match.c_str(), OnNameOwnerChanged,
-                         nullptr);
+                         bus);
   }
   sigset_t signals;
   sigemptyset(&signals);
@@ -264,7 +297,12 @@ int Monitor(sd_bus* bus) {
     return Fail("watch the status", nullptr, r);
   }
   // After subscribing: no change falls between the snapshot and the signals.
-  const int status = Status(bus);
+  int status = 0;
+  if (AvdOnBus(bus)) {
+    status = Status(bus);
+  } else {
+    printf("avd is not on the bus; waiting for it (Ctrl-C stops)\n");
+  }
   if (status == 0) {
     fflush(stdout);
     r = sd_event_loop(event);
@@ -279,7 +317,7 @@ int Run(int argc, char** argv) {
   std::vector<std::string> args;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
-    if (arg == "-h" || arg == "--help") {
+    if (arg == "-h" || arg == "--help" || (i == 1 && arg == "help")) {
       fputs(kUsage, stdout);
       return 0;
     }
@@ -287,7 +325,8 @@ int Run(int argc, char** argv) {
       printf("avctl %s\n", AVD_VERSION);
       return 0;
     }
-    if (arg.size() > 1 && arg[0] == '-') {
+    // "-1" is a (refused) number, not an option.
+    if (arg.size() > 1 && arg[0] == '-' && !isdigit(arg[1])) {
       return Usage("unknown option " + std::string(arg));
     }
     args.emplace_back(arg);
@@ -297,7 +336,7 @@ int Run(int argc, char** argv) {
 
   sd_bus* bus = nullptr;
   int r = sd_bus_open_system(&bus);
-  if (r < 0) return Fail("connect to the system bus", nullptr, r);
+  if (r < 0) return NoBus(r);
   int result = 0;
   if (request.command == "status") result = Status(bus);
   if (request.command == "monitor") result = Monitor(bus);

@@ -133,10 +133,26 @@ std::string FormatStatus(const Properties& properties, int64_t now_wall_us) {
     return head + text + "\n";
   };
 
+  const auto& deadlines = get("TimedStateDeadlines").numbers;
+  // Whole seconds, rounded up: "0 s left" only once the deadline passed.
+  auto left = [&](const std::string& name) {
+    const auto it = deadlines.find(name);
+    if (it == deadlines.end()) return std::string();
+    const int64_t left_us = static_cast<int64_t>(it->second) - now_wall_us;
+    return ", " +
+           std::to_string(left_us > 0 ? (left_us + 999'999) / 1'000'000 : 0) +
+           " s left";
+  };
+
   const uint64_t state = get("LightState").number;
+  const std::string& input = get("DecidingInput").text;
+  // The grace's timed state has an inside name; say what it is.
+  const std::string decided_by =
+      input == "wan_failure"
+          ? "the start-up grace period" + left(input) + ", " + input
+          : input;
   std::string out = "avd: light state " + std::to_string(state) + ", " +
-                    StateName(state) + " (decided by " +
-                    get("DecidingInput").text + ")\n";
+                    StateName(state) + " (decided by " + decided_by + ")\n";
   out += line("Brightness", std::to_string(get("Brightness").number) +
                                 " of 255, " + get("BrightnessSource").text);
   out += line("Connected",
@@ -149,17 +165,11 @@ std::string FormatStatus(const Properties& properties, int64_t now_wall_us) {
                            (yes("SetupCompleteHold")
                                 ? ", holding online after completion"
                                 : ""));
-  const auto& deadlines = get("TimedStateDeadlines").numbers;
   std::string timed;
   for (const auto& [name, value] : get("TimedStates").strings) {
     std::string item = name;
     if (!value.empty()) item += " \"" + value + "\"";
-    if (auto it = deadlines.find(name); it != deadlines.end()) {
-      const int64_t left_us = static_cast<int64_t>(it->second) - now_wall_us;
-      item += ", " + std::to_string(left_us > 0 ? (left_us + 999'999) / 1'000'000
-                                                : 0) +
-              " s left";
-    }
+    item += left(name);
     timed += timed.empty() ? item : "\n" + std::string(18, ' ') + item;
   }
   out += line("Timed states", timed.empty() ? "none" : timed);
