@@ -96,11 +96,17 @@ TEST_F(LightControlSysfsTest, EachStateShowsItsOwnColourAndPattern) {
   light_set_state_with_transition(3, 0);
   EXPECT_EQ(Led(kRgbLed, "repeat"), "-1");
   EXPECT_EQ(Led(kRgbLed, "pattern"), "0 750 255 750");
+
+  // Steady again: the LED keeps the pattern trigger and holds the level.
+  EXPECT_EQ(light_set_state(1), 0);
+  EXPECT_EQ(Led(kRgbLed, "trigger"), "pattern");
+  EXPECT_EQ(Led(kRgbLed, "repeat"), "1");
+  EXPECT_EQ(Led(kRgbLed, "pattern"), "255 1 255 1");
 }
 
 TEST_F(LightControlSysfsTest, MasterBrightnessScalesEachLedToItsOwnRange) {
   Add("leds", "dim:rgb:ring", {{"brightness", "0"}, {"max_brightness", "100"},
-                               {"multi_index", "green red blue"}, {"multi_intensity", ""},
+                               {"multi_index", "green red blue white"}, {"multi_intensity", ""},
                                {"trigger", "[none] pattern"}, {"pattern", ""}, {"repeat", ""}});
   // A GPIO LED: on or off, and no pattern trigger in this kernel.
   Add("leds", "board:green:ok", {{"brightness", "0"}, {"max_brightness", "1"},
@@ -111,7 +117,8 @@ TEST_F(LightControlSysfsTest, MasterBrightnessScalesEachLedToItsOwnRange) {
   light_set_master_brightness(76);
   light_set_state(1);
 
-  EXPECT_EQ(Led("dim:rgb:ring", "multi_intensity"), "100 0 0");
+  // Green has nothing in common with white.
+  EXPECT_EQ(Led("dim:rgb:ring", "multi_intensity"), "100 0 0 0");
   EXPECT_EQ(Led("dim:rgb:ring", "brightness"), "30");
   EXPECT_EQ(Led("board:green:ok", "brightness"), "1");
   EXPECT_EQ(Led("board:red:fault", "brightness"), "0");
@@ -168,12 +175,16 @@ TEST_F(LightControlSysfsTest, SensorsAreTheFirstIioDevicesWithTheRightChannels) 
   EXPECT_EQ(light_get_proximity_device_path(), nullptr);
 
   Add("iio", "iio:device0", {{"in_temp_raw", "20"}, {"in_proximity_raw", "3"}});
-  Add("iio", "iio:device1", {{"in_illuminance_raw", "100"}, {"in_illuminance_scale", "2.5"}});
-  Add("iio", "iio:device2", {{"in_proximity_raw", "5"},
-                             {"events/in_proximity_thresh_either_en", "0"}});
+  Add("iio", "iio:device1", {{"in_illuminance_raw", "100"}, {"in_illuminance_offset", "-20"},
+                             {"in_illuminance_scale", "2.5"}});
+  // Numbered, not sorted as text: device2 comes before device10.
+  for (const char* device : {"iio:device10", "iio:device2"}) {
+    Add("iio", device, {{"in_proximity_raw", "5"},
+                        {"events/in_proximity_thresh_either_en", "0"}});
+  }
 
   EXPECT_TRUE(light_get_ambient_brightness(&level));
-  EXPECT_EQ(level, 128);  // 250 lux of the default 500 lux full scale.
+  EXPECT_EQ(level, 102);  // (100 - 20) * 2.5 = 200 lux of the default 500.
   const char* path = light_get_proximity_device_path();
   ASSERT_NE(path, nullptr);
   EXPECT_STREQ(path, "/dev/iio:device2");
