@@ -59,6 +59,7 @@ TEST_F(VantleClientTest, FollowsTheStateAcrossSignalsAndRestarts) {
   Signal("sv", "ConnectionState", "u", 5);
   Signal("sv", "ConnectionState", "s", "");
   Signal("sv", "ConnectionState", "s", "ready");
+  Signal("sv", "ConnectionState", "s", "ready");  // No change: not handed on.
   WaitForStates(3);
   peer_.reset();
   WaitForStates(4);
