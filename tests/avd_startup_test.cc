@@ -233,14 +233,18 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
 // stream systemd names in JOURNAL_STREAM. The daemon runs in a mount
 // namespace whose /dev is a directory of the test, with the nodes it needs
 // bound in and a socket of the test as syslog's /dev/log. Without the
-// variable the line goes to both, which shows that the socket works.
+// variable, or when it names another file, the line goes to both, which
+// shows that the socket works.
 TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
   if (geteuid() != 0) GTEST_SKIP() << "a mount namespace needs root";
   const std::regex line("Ignoring SIGHUP");
   sd_bus* client = bus_.Connect();
   ASSERT_NE(client, nullptr);
-  for (bool journal : {false, true}) {
-    SCOPED_TRACE(journal ? "journal" : "no journal");
+  // JOURNAL_STREAM: unset; standard error's device and inode; its device
+  // with another inode.
+  for (int named : {0, 1, 2}) {
+    const bool journal = named == 1;
+    SCOPED_TRACE(named);
     TempDir dev;
     for (const char* node : {"null", "zero", "urandom"}) dev.Write(node, "");
     const int syslog = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
@@ -250,9 +254,9 @@ TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
     AvdProcess avd(bus_.address());
     struct stat log {};
     ASSERT_EQ(stat(avd.dir().avd_log().c_str(), &log), 0);
-    if (journal) {
+    if (named != 0) {
       avd.SetEnv("JOURNAL_STREAM", std::to_string(log.st_dev) + ":" +
-                                       std::to_string(log.st_ino));
+                                       std::to_string(log.st_ino + named - 1));
     }
     avd.Start({"unshare", "--mount", "sh", "-c",
                "for n in null zero urandom; do mount --bind /dev/$n $0/$n; done;"
