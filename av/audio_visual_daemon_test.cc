@@ -5,6 +5,7 @@
 #include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <tuple>
 
 #include "av/mock_lighting_client.h"
 #include "av/prioritized_device.h"
@@ -332,16 +333,19 @@ TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
 // 2147483647, the largest second the field holds, is also a "forever" a
 // user interface may send.
 TEST(PrioritizeDefaultDeviceTest, ExpirySaturatesAtTheFieldsLargestSecond) {
+  // A clock at the ends of its range saturates too, on the side the
+  // duration points to.
+  constexpr int64_t kNow = 2147483047'999'999;
   DeviceConfiguration config;
-  for (const auto& [duration_s, expiry_s] :
-       {std::pair{599, 2147483646}, {600, 2147483647}, {601, 2147483647},
-        {2147483647, 2147483647}}) {
+  for (const auto& [now_us, duration_s, expiry_s] :
+       {std::tuple{kNow, 599, 2147483646}, {kNow, 600, 2147483647},
+        {kNow, 601, 2147483647}, {kNow, 2147483647, 2147483647},
+        {INT64_MAX - 1, 1, 2147483647}, {INT64_MIN + 1, -1, INT32_MIN}}) {
     config.mutable_default_prioritized_device()->set_expiration_time(
         duration_s);
-    const DeviceConfiguration written =
-        PrioritizeDefaultDevice(config, 2147483047'999'999);
+    const DeviceConfiguration written = PrioritizeDefaultDevice(config, now_us);
     EXPECT_EQ(written.prioritized_device().expiration_time(), expiry_s)
-        << duration_s;
+        << now_us << " + " << duration_s << " s";
   }
 }
 

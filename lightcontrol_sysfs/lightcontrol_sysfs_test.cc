@@ -177,14 +177,19 @@ TEST_F(LightControlSysfsTest, SensorsAreTheFirstIioDevicesWithTheRightChannels) 
   Add("iio", "iio:device0", {{"in_temp_raw", "20"}, {"in_proximity_raw", "3"}});
   Add("iio", "iio:device1", {{"in_illuminance_raw", "100"}, {"in_illuminance_offset", "-20"},
                              {"in_illuminance_scale", "2.5"}});
-  // Numbered, not sorted as text: device2 comes before device10.
+  // Numbered, not sorted as text: device2 comes before device10. A
+  // processed channel counts as much as a raw one.
   for (const char* device : {"iio:device10", "iio:device2"}) {
-    Add("iio", device, {{"in_proximity_raw", "5"},
+    Add("iio", device, {{device[10] == '2' ? "in_proximity0_input" : "in_proximity_raw", "5"},
                         {"events/in_proximity_thresh_either_en", "0"}});
   }
 
   EXPECT_TRUE(light_get_ambient_brightness(&level));
   EXPECT_EQ(level, 102);  // (100 - 20) * 2.5 = 200 lux of the default 500.
+  // Brighter than full scale is the brightest level, not a wrapped byte.
+  std::ofstream("/sys/bus/iio/devices/iio:device1/in_illuminance_raw") << "1000";
+  EXPECT_TRUE(light_get_ambient_brightness(&level));
+  EXPECT_EQ(level, 255);
   const char* path = light_get_proximity_device_path();
   ASSERT_NE(path, nullptr);
   EXPECT_STREQ(path, "/dev/iio:device2");
