@@ -13,6 +13,7 @@
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
+#include "platform/log_text.h"
 #include "platform/object_proxy.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -155,9 +156,10 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   const std::string& touch = input_manager_->device_path();
   LOG(INFO) << "avd " << AVD_VERSION << " started: ring through "
             << LightLibraryFile() << ", touch device "
-            << (touch.empty() ? "none" : touch) << ", proximity sensor "
+            << (touch.empty() ? "none" : LogText(touch))
+            << ", proximity sensor "
             << (proximity_device_path_.empty() ? "none"
-                                               : proximity_device_path_);
+                                               : LogText(proximity_device_path_));
 }
 
 void AudioVisualDaemon::StartGestureMonitor() {
@@ -168,7 +170,7 @@ void AudioVisualDaemon::StartGestureMonitor() {
     if (missing.empty()) {
       LOG(INFO) << "Found the proximity device and the VPD cache";
     } else {
-      LOG(INFO) << "Proximity calibration waits for " << missing;
+      LOG(INFO) << "Proximity calibration waits for " << LogText(missing);
     }
     calibration_waits_for_ = missing;
   }

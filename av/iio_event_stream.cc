@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 
 static_assert(IIO_GET_EVENT_FD_IOCTL == 0x80046990,
@@ -47,7 +49,7 @@ bool IioEventStream::Start() {
   stream_ = FileStream::FromFileDescriptor(fd, true, loop_, &error);
   if (!stream_) {
     close(fd);
-    LOG(WARNING) << "Failed to create stream: " << error->message();
+    LOG(WARNING) << "Failed to create stream: " << LogText(error->message());
     return false;
   }
   return WaitForEvents();
@@ -59,7 +61,7 @@ bool IioEventStream::WaitForEvents() {
           FileStream::AccessMode::kRead,
           [this](FileStream::AccessMode mode) { OnDataReady(mode); },
           &error)) {
-    LOG(WARNING) << "Failed to wait for events: " << error->message();
+    LOG(WARNING) << "Failed to wait for events: " << LogText(error->message());
     return false;
   }
   return true;
@@ -80,7 +82,7 @@ void IioEventStream::OnDataReady(FileStream::AccessMode mode) {
     if (!stream_->ReadNonBlocking(&event, sizeof(event), &size, &end_of_stream,
                                   &error)) {
       // The stream stays, unwatched: delivery stops here.
-      LOG(WARNING) << "Failed to read event: " << error->message();
+      LOG(WARNING) << "Failed to read event: " << LogText(error->message());
       return;
     }
     if (end_of_stream) {

@@ -7,6 +7,7 @@
 
 #include "common/platform_settings.h"
 #include "platform/file_util.h"
+#include "platform/log_text.h"
 #include "platform/sysroot.h"
 #include "platform/task_loop.h"
 
@@ -38,7 +39,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   }
   if (!PathExists(device_path)) {
     LOG(WARNING) << "Input device not found";
-    LOG(WARNING) << "Touch input device " << device_path
+    LOG(WARNING) << "Touch input device " << LogText(device_path)
                  << " does not exist; going on without touch input";
     return;
   }
@@ -47,7 +48,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
       [this](const InputEvent& event) { OnInputEvent(event); });
   ErrorPtr error;
   if (!input_monitor_->Start(&error)) {
-    LOG(WARNING) << "Failed to start input monitor: " << error->message();
+    LOG(WARNING) << "Failed to start input monitor: " << LogText(error->message());
     return;
   }
   device_path_ = device_path;

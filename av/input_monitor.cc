@@ -11,6 +11,8 @@
 
 #include <glog/logging.h>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -73,7 +75,7 @@ void InputMonitor::WaitForEvents() {
           FileStream::AccessMode::kRead,
           [this](FileStream::AccessMode mode) { OnDataReady(mode); },
           &error)) {
-    LOG(WARNING) << "Failed to wait for events: " << error->message();
+    LOG(WARNING) << "Failed to wait for events: " << LogText(error->message());
   }
 }
 
@@ -87,7 +89,7 @@ void InputMonitor::OnDataReady(FileStream::AccessMode mode) {
     ErrorPtr error;
     if (!stream_->ReadNonBlocking(&record, sizeof(record), &size,
                                   &end_of_stream, &error)) {
-      LOG(WARNING) << "Failed to read event: " << error->message();
+      LOG(WARNING) << "Failed to read event: " << LogText(error->message());
       stream_.reset();
       return;
     }
