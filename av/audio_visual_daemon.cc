@@ -4,6 +4,7 @@
 #include <glog/logging.h>
 
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "av/prioritized_device.h"
@@ -93,7 +94,7 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
 
   const std::string kNetworkCreationAudioFilename =
       SysrootPath("/usr/share/sounds/ap/network_creation.raw");
-  CHECK(ReadFileToString(kNetworkCreationAudioFilename, &system_setup_audio_))
+  PCHECK(ReadFileToString(kNetworkCreationAudioFilename, &system_setup_audio_))
       << "Failed to read file: " << kNetworkCreationAudioFilename;
 
   status_object_ = std::make_unique<ExportedObject>(
@@ -279,7 +280,9 @@ void AudioVisualDaemon::UpdateAudioServerStatus() {
 
 void AudioVisualDaemon::PlayNetworkCreationSound() {
   if (!pavo_client_) {
-    CHECK(pavo_helper_create_connect(&pavo_client_) == 0);
+    const int result = pavo_helper_create_connect(&pavo_client_);
+    CHECK(result == 0) << "Failed to connect to the audio server: error "
+                       << result << " (" << strerror(-result) << ")";
     UpdateAudioServerStatus();
   }
   // The outcome is not looked at: a missed chime is not worth a retry.

@@ -24,7 +24,7 @@ IioEventStream::IioEventStream(std::string device_path, TaskLoop* loop)
 IioEventStream::~IioEventStream() = default;
 
 int IioEventStream::OpenEventDescriptor() {
-  const int device = open(device_path_.c_str(), O_RDONLY);
+  const int device = open(device_path_.c_str(), O_RDONLY | O_CLOEXEC);
   if (device < 0) {
     LOG(WARNING) << "Could not open device descriptor";
     return -1;

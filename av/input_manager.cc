@@ -54,7 +54,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   device_path_ = device_path;
   // A device with a touch input must have the clip too.
   const std::string clip_path = SysrootPath(kFeedbackAudioPath);
-  CHECK(ReadFileToString(clip_path, &feedback_audio_))
+  PCHECK(ReadFileToString(clip_path, &feedback_audio_))
       << "Failed to read file: " << clip_path;
   touch_device_in_use_ = true;
 }
