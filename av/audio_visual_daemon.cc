@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <utility>
 
 #include "av/prioritized_device.h"
@@ -146,8 +147,9 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   input_manager_ = std::make_unique<InputManager>(loop());
   input_manager_->SetAudioConnectedCallback(
       [this] { UpdateAudioServerStatus(); });
-  status_->touch_device_in_use().SetValue(
-      input_manager_->touch_device_in_use());
+  input_manager_->SetTouchDeviceStoppedCallback(
+      [this] { UpdateInputDeviceStatus(); });
+  UpdateInputDeviceStatus();
 
   // The status is for people and tools; the daemon serves without it.
   status_object_->RegisterAsync([](bool success) {
@@ -192,7 +194,9 @@ void AudioVisualDaemon::StartGestureMonitor() {
       std::make_unique<IioEventStream>(proximity_device_path_, loop()));
   gesture_monitor_->set_wave_callback(
       [this](const IioEvent&) { OnWaveDetected(); });
-  status_->proximity_sensor_in_use().SetValue(true);
+  gesture_monitor_->stream().set_stopped_callback(
+      [this](const std::string&) { UpdateInputDeviceStatus(); });
+  UpdateInputDeviceStatus();
 }
 
 void AudioVisualDaemon::OnDeviceConfigurationChanged(
@@ -276,6 +280,22 @@ void AudioVisualDaemon::UpdateAudioServerStatus() {
   status_->audio_server_in_use().SetValue(
       pavo_client_ != nullptr ||
       (input_manager_ && input_manager_->audio_server_connected()));
+}
+
+void AudioVisualDaemon::UpdateInputDeviceStatus() {
+  std::map<std::string, std::string> not_read;
+  const bool touch = input_manager_ && input_manager_->touch_device_in_use();
+  if (input_manager_ && !input_manager_->touch_device_problem().empty()) {
+    not_read["touch"] = input_manager_->touch_device_problem();
+  }
+  const bool proximity =
+      gesture_monitor_ && gesture_monitor_->stream().reading();
+  if (gesture_monitor_ && !proximity) {
+    not_read["proximity"] = gesture_monitor_->stream().stop_reason();
+  }
+  status_->touch_device_in_use().SetValue(touch);
+  status_->proximity_sensor_in_use().SetValue(proximity);
+  status_->devices_not_read().SetValue(not_read);
 }
 
 void AudioVisualDaemon::PlayNetworkCreationSound() {

@@ -69,6 +69,9 @@ class AudioVisualDaemon : public ServiceDaemon {
   void SetMasterBrightness(uint8_t level, const char* source);
   // Whether a connection to the audio server is held, into the status.
   void UpdateAudioServerStatus();
+  // Whether the touch device and the proximity sensor are read, and why
+  // not, into the status.
+  void UpdateInputDeviceStatus();
   void PlayNetworkCreationSound();
   // Prioritises the configured default device for its duration by writing
   // the configuration back to the controller.

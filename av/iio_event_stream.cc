@@ -43,6 +43,7 @@ bool IioEventStream::Start() {
   const int fd = OpenEventDescriptor();
   if (fd < 0) {
     LOG(WARNING) << "Unable to open IIO device";
+    stop_reason_ = "cannot open " + LogText(device_path_);
     return false;
   }
   ErrorPtr error;
@@ -50,9 +51,18 @@ bool IioEventStream::Start() {
   if (!stream_) {
     close(fd);
     LOG(WARNING) << "Failed to create stream: " << LogText(error->message());
+    stop_reason_ = LogText(error->message());
     return false;
   }
+  reading_ = true;
+  stop_reason_.clear();
   return WaitForEvents();
+}
+
+void IioEventStream::Stopped(std::string why) {
+  reading_ = false;
+  stop_reason_ = std::move(why);
+  if (stopped_callback_) stopped_callback_(stop_reason_);
 }
 
 bool IioEventStream::WaitForEvents() {
@@ -62,6 +72,7 @@ bool IioEventStream::WaitForEvents() {
           [this](FileStream::AccessMode mode) { OnDataReady(mode); },
           &error)) {
     LOG(WARNING) << "Failed to wait for events: " << LogText(error->message());
+    Stopped("failed to wait for events: " + LogText(error->message()));
     return false;
   }
   return true;
@@ -83,12 +94,14 @@ void IioEventStream::OnDataReady(FileStream::AccessMode mode) {
                                   &error)) {
       // The stream stays, unwatched: delivery stops here.
       LOG(WARNING) << "Failed to read event: " << LogText(error->message());
+      Stopped("failed to read: " + LogText(error->message()));
       return;
     }
     if (end_of_stream) {
       // Only a descriptor that is not a device's ends; waiting again would
       // spin on it.
       LOG(WARNING) << "Failed to read event: end of stream";
+      Stopped("end of stream");
       return;
     }
     if (size == 0) break;

@@ -41,6 +41,7 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
     LOG(WARNING) << "Input device not found";
     LOG(WARNING) << "Touch input device " << LogText(device_path)
                  << " does not exist; going on without touch input";
+    touch_device_problem_ = LogText(device_path) + " does not exist";
     return;
   }
   input_monitor_ = std::make_unique<InputMonitor>(
@@ -49,14 +50,19 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   ErrorPtr error;
   if (!input_monitor_->Start(&error)) {
     LOG(WARNING) << "Failed to start input monitor: " << LogText(error->message());
+    touch_device_problem_ = LogText(error->message());
+    input_monitor_.reset();
     return;
   }
+  input_monitor_->set_stopped_callback([this](const std::string& why) {
+    touch_device_problem_ = why;
+    if (touch_device_stopped_callback_) touch_device_stopped_callback_();
+  });
   device_path_ = device_path;
   // A device with a touch input must have the clip too.
   const std::string clip_path = SysrootPath(kFeedbackAudioPath);
   PCHECK(ReadFileToString(clip_path, &feedback_audio_))
       << "Failed to read file: " << clip_path;
-  touch_device_in_use_ = true;
 }
 
 InputManager::~InputManager() {

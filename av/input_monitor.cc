@@ -90,14 +90,14 @@ void InputMonitor::OnDataReady(FileStream::AccessMode mode) {
     if (!stream_->ReadNonBlocking(&record, sizeof(record), &size,
                                   &end_of_stream, &error)) {
       LOG(WARNING) << "Failed to read event: " << LogText(error->message());
-      stream_.reset();
+      Stopped("failed to read: " + LogText(error->message()));
       return;
     }
     if (end_of_stream) {
       // An evdev device never ends; a FIFO whose writer left does, and would
       // be reported readable again at once, for ever.
       LOG(WARNING) << "Failed to read event: end of stream";
-      stream_.reset();
+      Stopped("end of stream");
       return;
     }
     if (size == 0) {
@@ -110,6 +110,11 @@ void InputMonitor::OnDataReady(FileStream::AccessMode mode) {
     }
     callback_(Decode(record));
   }
+}
+
+void InputMonitor::Stopped(const std::string& why) {
+  stream_.reset();
+  if (stopped_callback_) stopped_callback_(why);
 }
 
 }  // namespace morvane::ap

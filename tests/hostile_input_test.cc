@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
+#include <type_traits>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -47,6 +49,29 @@ class HostileInputTest : public testing::Test {
   bool Answers() {
     return sd_bus_call_method(client_, kService, "/", "org.freedesktop.DBus.Peer",
                               "Ping", nullptr, nullptr, "") >= 0;
+  }
+  // A property of the daemon's status: a bool as 0 or 1 (-1 when it cannot
+  // be read), or a{ss}.
+  template <typename T>
+  T Status(const char* name) {
+    sd_bus_message* reply = nullptr;
+    T value{};
+    if constexpr (std::is_same_v<T, int>) value = -1;
+    if (sd_bus_get_property(client_, kService, "/org/tessaly/ap/AudioVisual/Status",
+                            "org.tessaly.ap.AudioVisual.Status", name, nullptr,
+                            &reply, std::is_same_v<T, int> ? "b" : "a{ss}") < 0) {
+      return value;
+    }
+    if constexpr (std::is_same_v<T, int>) {
+      sd_bus_message_read(reply, "b", &value);
+    } else {
+      sd_bus_message_enter_container(reply, 'a', "{ss}");
+      const char* key = nullptr;
+      const char* text = nullptr;
+      while (sd_bus_message_read(reply, "{ss}", &key, &text) > 0) value[key] = text;
+    }
+    sd_bus_message_unref(reply);
+    return value;
   }
   // A call whose answer (a rejection, mostly) is not looked at.
   void SetLedState(const std::string& state) {
@@ -208,6 +233,27 @@ TEST_F(HostileInputTest, SurroundingsNeitherEndNorLeakIntoTheDaemon) {
         << fd << " -> " << std::filesystem::read_symlink(entry.path());
   }
   close(leaked);
+}
+
+// The status shows a device as in use only while it is read, and says why
+// it is not.
+TEST_F(HostileInputTest, StatusSaysWhichDeviceIsNotReadAndWhy) {
+  AvdProcess avd(bus_.address(), {}, true);
+  avd.Start();
+  ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitUntil([&] { return Status<int>("TouchDeviceInUse") == 1; }));
+
+  // A FIFO ends once a writer has come and gone.
+  close(open(avd.dir().touch_fifo().c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(avd.WaitUntil([&] { return Status<int>("TouchDeviceInUse") == 0; }))
+      << avd.Stderr();
+
+  EXPECT_EQ(Status<int>("ProximitySensorInUse"), 0);
+  using Reasons = std::map<std::string, std::string>;
+  const Reasons expected = {
+      {"proximity", "cannot open " + avd.dir().proximity_device()},
+      {"touch", "end of stream"}};
+  EXPECT_EQ(Status<Reasons>("DevicesNotRead"), expected);
 }
 
 }  // namespace
