@@ -394,44 +394,6 @@ TEST_F(AudioVisualDaemonTest, CalibrationCopiesTheVpdValuesIntoTheSensor) {
   EXPECT_EQ(warnings[1], "VPD cache does not contain value for phthres");
 }
 
-// A value that is not enclosed in double quotes costs only its own key:
-// the daemon lives, writes the others and starts the gesture monitor.
-TEST_F(AudioVisualDaemonTest, AnUnquotedVpdValueIsSkippedWithAWarning) {
-  const struct {
-    const char* line;
-    const char* shown;
-  } kCases[] = {
-      {"\"ps_calibration\"=", ""},
-      {"\"ps_calibration\"=\"", "\""},
-      {"\"ps_calibration\"=100", "100"},
-      {"\"ps_calibration\"=\"100", "\"100"},
-      {"\"ps_calibration\"='1'", "'1'"},
-      {"\"ps_calibration\"=\"1\"\x1b[2J", "\"1\"\\x1b[2J"},
-  };
-  const std::string calibbias = std::string(kSensor) + "in_proximity_calibbias";
-  const std::string falling =
-      std::string(kSensor) + "events/in_proximity_thresh_falling_value";
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.line);
-    WriteSysroot(kVpdCache, std::string(c.line) + "\r\n\"plthres\"=\"40\"\r\n");
-    WriteSysroot(calibbias, "-");
-    WriteSysroot(falling, "-");
-    LogCapture log;
-
-    StartGestureMonitor(dir_.path());
-
-    EXPECT_TRUE(monitoring());
-    EXPECT_EQ(ReadFile(Sysroot(calibbias)), "-");
-    EXPECT_EQ(ReadFile(Sysroot(falling)), "40");
-    const std::vector<std::string> warnings = log.Messages(google::GLOG_WARNING);
-    ASSERT_FALSE(warnings.empty());
-    EXPECT_EQ(warnings[0], std::string("Failed to read the VPD value of "
-                                       "ps_calibration (") +
-                               c.shown +
-                               "): not enclosed in double quotes, skipping it");
-  }
-}
-
 TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
   constexpr char kRetry[] = "Device or VPD cache information missing, will retry";
   LogCapture log;

@@ -14,9 +14,7 @@
 
 #include <filesystem>
 #include <map>
-#include <type_traits>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,7 +29,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr char kSettings[] = "/usr/share/ap/platform-settings.sh";
-constexpr char kVpdCache[] = "/var/cache/vpd/full-v2.txt";
+constexpr char kStatusPath[] = "/org/tessaly/ap/AudioVisual/Status";
+constexpr char kStatusInterface[] = "org.tessaly.ap.AudioVisual.Status";
 // Longer than any line the daemon writes of its own, shorter than 1 MiB.
 constexpr size_t kLongestLine = 1024;
 
@@ -50,27 +49,11 @@ class HostileInputTest : public testing::Test {
     return sd_bus_call_method(client_, kService, "/", "org.freedesktop.DBus.Peer",
                               "Ping", nullptr, nullptr, "") >= 0;
   }
-  // A property of the daemon's status: a bool as 0 or 1 (-1 when it cannot
-  // be read), or a{ss}.
-  template <typename T>
-  T Status(const char* name) {
-    sd_bus_message* reply = nullptr;
-    T value{};
-    if constexpr (std::is_same_v<T, int>) value = -1;
-    if (sd_bus_get_property(client_, kService, "/org/tessaly/ap/AudioVisual/Status",
-                            "org.tessaly.ap.AudioVisual.Status", name, nullptr,
-                            &reply, std::is_same_v<T, int> ? "b" : "a{ss}") < 0) {
-      return value;
-    }
-    if constexpr (std::is_same_v<T, int>) {
-      sd_bus_message_read(reply, "b", &value);
-    } else {
-      sd_bus_message_enter_container(reply, 'a', "{ss}");
-      const char* key = nullptr;
-      const char* text = nullptr;
-      while (sd_bus_message_read(reply, "{ss}", &key, &text) > 0) value[key] = text;
-    }
-    sd_bus_message_unref(reply);
+  // A boolean of the daemon's status: 0 or 1, -1 when it cannot be read.
+  int InUse(const char* name) {
+    int value = -1;
+    sd_bus_get_property_trivial(client_, kService, kStatusPath, kStatusInterface,
+                                name, nullptr, 'b', &value);
     return value;
   }
   // A call whose answer (a rejection, mostly) is not looked at.
@@ -79,20 +62,14 @@ class HostileInputTest : public testing::Test {
                        "org.tessaly.ap.AudioVisual.Manager", "SetLedState",
                        nullptr, nullptr, "ssu", state.c_str(), "", 0u);
   }
-  // Every line of the daemon's log was started by the daemon (glog's
-  // header) and is not long.
-  static void ExpectOnlyItsOwnLines(const std::string& log) {
+  // Every line of the daemon's log (at |path|) was started by the daemon
+  // (glog's header) and is not long.
+  static void ExpectOnlyItsOwnLines(const std::string& path) {
     const std::regex header("^[IWEF][0-9]{8} [0-9:.]+ +[0-9]+ [a-z_]+\\.cc:[0-9]+\\] ");
-    for (const std::string& line : ReadLinesOf(log)) {
-      EXPECT_TRUE(std::regex_search(line, header)) << line;
+    for (const std::string& line : ReadLines(path)) {
+      EXPECT_TRUE(std::regex_search(line, header)) << line.substr(0, 80);
       EXPECT_LE(line.size(), kLongestLine) << line.substr(0, 80);
     }
-  }
-  static std::vector<std::string> ReadLinesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
   }
 
   DbusDaemonFixture bus_;
@@ -118,6 +95,7 @@ TEST_F(HostileInputTest, VpdCacheValuesThatAreNotQuotedCostOnlyTheirKey) {
     WriteWholeFile(avd.dir().vpd_cache(),
                    c.calibration + "\r\n\"plthres\"=\"40\"\r\n\"phthres\"=\"200\"\n",
                    nullptr);
+    WriteWholeFile(sensor + "/in_proximity_calibbias", "-", nullptr);
     avd.Start();
 
     ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
@@ -127,10 +105,10 @@ TEST_F(HostileInputTest, VpdCacheValuesThatAreNotQuotedCostOnlyTheirKey) {
 
     EXPECT_TRUE(Answers());
     EXPECT_EQ(ReadFile(sensor + "/events/in_proximity_thresh_falling_value"), "40");
-    EXPECT_EQ(ReadFile(sensor + "/in_proximity_calibbias"), "");
+    EXPECT_EQ(ReadFile(sensor + "/in_proximity_calibbias"), "-");
     EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read the VPD value of "
                                         "ps_calibration " + std::string(c.warning)));
-    ExpectOnlyItsOwnLines(avd.Stderr());
+    ExpectOnlyItsOwnLines(avd.dir().avd_log());
   }
 }
 
@@ -169,7 +147,7 @@ TEST_F(HostileInputTest, SettingsFileLinesThatCannotBeReadCostOnlyThemselves) {
     } else {
       EXPECT_THAT(avd.Stderr(), Not(HasSubstr("Failed to read ")));
     }
-    ExpectOnlyItsOwnLines(avd.Stderr());
+    ExpectOnlyItsOwnLines(avd.dir().avd_log());
   }
   // Unreadable: said once, with the path and the reason.
   AvdProcess avd(bus_.address());
@@ -197,11 +175,11 @@ TEST_F(HostileInputTest, CallersTextIsQuotedAndTheirFloodIsBounded) {
 
   EXPECT_TRUE(Answers());
   const std::string log = avd.Stderr();
+  ExpectOnlyItsOwnLines(avd.dir().avd_log());
   EXPECT_THAT(log, HasSubstr("Unexpected led state: vox\\n<0>avd[1]: forged"));
   EXPECT_THAT(log, HasSubstr("Unexpected led state: \\x1b[2J\\r\\t\\\\"));
   EXPECT_THAT(log, HasSubstr("Unexpected led state: \\xc2\\x85 next line"));
   EXPECT_LT(log.size() - before, 16'384u);
-  ExpectOnlyItsOwnLines(log);
 }
 
 TEST_F(HostileInputTest, SurroundingsNeitherEndNorLeakIntoTheDaemon) {
@@ -241,19 +219,27 @@ TEST_F(HostileInputTest, StatusSaysWhichDeviceIsNotReadAndWhy) {
   AvdProcess avd(bus_.address(), {}, true);
   avd.Start();
   ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
-  ASSERT_TRUE(avd.WaitUntil([&] { return Status<int>("TouchDeviceInUse") == 1; }));
+  ASSERT_TRUE(avd.WaitUntil([&] { return InUse("TouchDeviceInUse") == 1; }));
 
   // A FIFO ends once a writer has come and gone.
   close(open(avd.dir().touch_fifo().c_str(), O_WRONLY | O_CLOEXEC));
-  ASSERT_TRUE(avd.WaitUntil([&] { return Status<int>("TouchDeviceInUse") == 0; }))
+  ASSERT_TRUE(avd.WaitUntil([&] { return InUse("TouchDeviceInUse") == 0; }))
       << avd.Stderr();
 
-  EXPECT_EQ(Status<int>("ProximitySensorInUse"), 0);
-  using Reasons = std::map<std::string, std::string>;
-  const Reasons expected = {
-      {"proximity", "cannot open " + avd.dir().proximity_device()},
-      {"touch", "end of stream"}};
-  EXPECT_EQ(Status<Reasons>("DevicesNotRead"), expected);
+  EXPECT_EQ(InUse("ProximitySensorInUse"), 0);
+  sd_bus_message* reply = nullptr;
+  ASSERT_GE(sd_bus_get_property(client_, kService, kStatusPath, kStatusInterface,
+                                "DevicesNotRead", nullptr, &reply, "a{ss}"), 0);
+  std::map<std::string, std::string> not_read;
+  sd_bus_message_enter_container(reply, 'a', "{ss}");
+  for (const char *device, *why; sd_bus_message_read(reply, "{ss}", &device, &why) > 0;) {
+    not_read[device] = why;
+  }
+  sd_bus_message_unref(reply);
+  EXPECT_THAT(not_read, testing::ElementsAre(
+                            testing::Pair("proximity", "cannot open " +
+                                                           avd.dir().proximity_device()),
+                            testing::Pair("touch", "end of stream")));
 }
 
 }  // namespace
