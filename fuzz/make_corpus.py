@@ -4,7 +4,9 @@
 The seeds are what the daemon meets when all is well: the simulator's
 settings and VPD cache, a wave and a press as the kernel records them, a
 configuration with a default device, and the D-Bus messages of its peers,
-marshalled here byte for byte. Run it again after changing a seed.
+marshalled here byte for byte; and, for the settings and the VPD cache,
+what a bad image holds (CRLF, a NUL byte, unquoted values, escapes). Run
+it again after changing a seed.
 """
 
 import os
