@@ -176,6 +176,7 @@ void AudioVisualDaemon::StartGestureMonitor() {
       LOG(INFO) << "Proximity calibration waits for " << LogText(missing);
     }
     calibration_waits_for_ = missing;
+    UpdateInputDeviceStatus();
   }
   if (!missing.empty()) {
     LOG(INFO) << "Device or VPD cache information missing, will retry";
@@ -188,6 +189,8 @@ void AudioVisualDaemon::StartGestureMonitor() {
     LOG(WARNING) << "Failed to load the VPD cache " << vpd_cache
                  << " (unreadable, or a line without '='); no wave until "
                     "the daemon restarts";
+    vpd_cache_unloadable_ = true;
+    UpdateInputDeviceStatus();
     return;
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(
@@ -290,8 +293,12 @@ void AudioVisualDaemon::UpdateInputDeviceStatus() {
   }
   const bool proximity =
       gesture_monitor_ && gesture_monitor_->stream().reading();
-  if (gesture_monitor_ && !proximity) {
-    not_read["proximity"] = gesture_monitor_->stream().stop_reason();
+  if (gesture_monitor_) {
+    if (!proximity) not_read["proximity"] = gesture_monitor_->stream().stop_reason();
+  } else if (vpd_cache_unloadable_) {
+    not_read["proximity"] = "the VPD cache cannot be loaded";
+  } else if (!calibration_waits_for_.empty()) {
+    not_read["proximity"] = "waiting for " + LogText(calibration_waits_for_);
   }
   status_->touch_device_in_use().SetValue(touch);
   status_->proximity_sensor_in_use().SetValue(proximity);

@@ -108,6 +108,8 @@ class AudioVisualDaemon : public ServiceDaemon {
   std::string proximity_device_path_;
   // What the last calibration attempt waited for; empty when none did.
   std::string calibration_waits_for_;
+  // Whether calibration stopped at a VPD cache it could not load.
+  bool vpd_cache_unloadable_ = false;
   // Whether the last ambient reading failed; said once until one succeeds.
   bool ambient_light_failed_ = false;
   std::unique_ptr<GestureMonitor> gesture_monitor_;

@@ -404,6 +404,8 @@ TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
                               Sysroot(kVpdCache),
                           kRetry));
 
+  EXPECT_EQ(Status().devices_not_read().value().at("proximity"),
+            "waiting for the VPD cache " + Sysroot(kVpdCache));
   loop_.FastForwardBy(1);
   EXPECT_THAT(log.Messages(google::GLOG_INFO).back(), kRetry);
   EXPECT_EQ(log.Messages(google::GLOG_INFO).size(), 3u);
@@ -411,6 +413,8 @@ TEST_F(AudioVisualDaemonTest, MissingCacheIsWaitedForEveryThreeSeconds) {
   loop_.FastForwardBy(3'000'000);
 
   EXPECT_FALSE(monitoring());
+  EXPECT_EQ(Status().devices_not_read().value().at("proximity"),
+            "the VPD cache cannot be loaded");
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre("Failed to parse VPD cache",
                           "Failed to load the VPD cache " + Sysroot(kVpdCache) +
