@@ -4,6 +4,8 @@
 #include <glog/logging.h>
 
 #include <cstdint>
+#include <cstring>
+#include <map>
 #include <utility>
 
 #include "av/prioritized_device.h"
@@ -13,6 +15,7 @@
 #include "common/upstart_client.h"
 #include "platform/async_event_sequencer.h"
 #include "platform/file_util.h"
+#include "platform/log_text.h"
 #include "platform/object_proxy.h"
 #include "platform/sysroot.h"
 #include "stubs/lightcontrol/lightcontrol.h"
@@ -92,7 +95,7 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
 
   const std::string kNetworkCreationAudioFilename =
       SysrootPath("/usr/share/sounds/ap/network_creation.raw");
-  CHECK(ReadFileToString(kNetworkCreationAudioFilename, &system_setup_audio_))
+  PCHECK(ReadFileToString(kNetworkCreationAudioFilename, &system_setup_audio_))
       << "Failed to read file: " << kNetworkCreationAudioFilename;
 
   status_object_ = std::make_unique<ExportedObject>(
@@ -144,8 +147,9 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   input_manager_ = std::make_unique<InputManager>(loop());
   input_manager_->SetAudioConnectedCallback(
       [this] { UpdateAudioServerStatus(); });
-  status_->touch_device_in_use().SetValue(
-      input_manager_->touch_device_in_use());
+  input_manager_->SetTouchDeviceStoppedCallback(
+      [this] { UpdateInputDeviceStatus(); });
+  UpdateInputDeviceStatus();
 
   // The status is for people and tools; the daemon serves without it.
   status_object_->RegisterAsync([](bool success) {
@@ -155,9 +159,10 @@ void AudioVisualDaemon::RegisterServiceObjects(AsyncEventSequencer* sequencer) {
   const std::string& touch = input_manager_->device_path();
   LOG(INFO) << "avd " << AVD_VERSION << " started: ring through "
             << LightLibraryFile() << ", touch device "
-            << (touch.empty() ? "none" : touch) << ", proximity sensor "
+            << (touch.empty() ? "none" : LogText(touch))
+            << ", proximity sensor "
             << (proximity_device_path_.empty() ? "none"
-                                               : proximity_device_path_);
+                                               : LogText(proximity_device_path_));
 }
 
 void AudioVisualDaemon::StartGestureMonitor() {
@@ -168,9 +173,10 @@ void AudioVisualDaemon::StartGestureMonitor() {
     if (missing.empty()) {
       LOG(INFO) << "Found the proximity device and the VPD cache";
     } else {
-      LOG(INFO) << "Proximity calibration waits for " << missing;
+      LOG(INFO) << "Proximity calibration waits for " << LogText(missing);
     }
     calibration_waits_for_ = missing;
+    UpdateInputDeviceStatus();
   }
   if (!missing.empty()) {
     LOG(INFO) << "Device or VPD cache information missing, will retry";
@@ -183,13 +189,17 @@ void AudioVisualDaemon::StartGestureMonitor() {
     LOG(WARNING) << "Failed to load the VPD cache " << vpd_cache
                  << " (unreadable, or a line without '='); no wave until "
                     "the daemon restarts";
+    vpd_cache_unloadable_ = true;
+    UpdateInputDeviceStatus();
     return;
   }
   gesture_monitor_ = std::make_unique<GestureMonitor>(
       std::make_unique<IioEventStream>(proximity_device_path_, loop()));
   gesture_monitor_->set_wave_callback(
       [this](const IioEvent&) { OnWaveDetected(); });
-  status_->proximity_sensor_in_use().SetValue(true);
+  gesture_monitor_->stream().set_stopped_callback(
+      [this](const std::string&) { UpdateInputDeviceStatus(); });
+  UpdateInputDeviceStatus();
 }
 
 void AudioVisualDaemon::OnDeviceConfigurationChanged(
@@ -275,9 +285,31 @@ void AudioVisualDaemon::UpdateAudioServerStatus() {
       (input_manager_ && input_manager_->audio_server_connected()));
 }
 
+void AudioVisualDaemon::UpdateInputDeviceStatus() {
+  std::map<std::string, std::string> not_read;
+  const bool touch = input_manager_ && input_manager_->touch_device_in_use();
+  if (input_manager_ && !input_manager_->touch_device_problem().empty()) {
+    not_read["touch"] = input_manager_->touch_device_problem();
+  }
+  const bool proximity =
+      gesture_monitor_ && gesture_monitor_->stream().reading();
+  if (gesture_monitor_) {
+    if (!proximity) not_read["proximity"] = gesture_monitor_->stream().stop_reason();
+  } else if (vpd_cache_unloadable_) {
+    not_read["proximity"] = "the VPD cache cannot be loaded";
+  } else if (!calibration_waits_for_.empty()) {
+    not_read["proximity"] = "waiting for " + LogText(calibration_waits_for_);
+  }
+  status_->touch_device_in_use().SetValue(touch);
+  status_->proximity_sensor_in_use().SetValue(proximity);
+  status_->devices_not_read().SetValue(not_read);
+}
+
 void AudioVisualDaemon::PlayNetworkCreationSound() {
   if (!pavo_client_) {
-    CHECK(pavo_helper_create_connect(&pavo_client_) == 0);
+    const int result = pavo_helper_create_connect(&pavo_client_);
+    CHECK(result == 0) << "Failed to connect to the audio server: error "
+                       << result << " (" << strerror(-result) << ")";
     UpdateAudioServerStatus();
   }
   // The outcome is not looked at: a missed chime is not worth a retry.

@@ -69,6 +69,9 @@ class AudioVisualDaemon : public ServiceDaemon {
   void SetMasterBrightness(uint8_t level, const char* source);
   // Whether a connection to the audio server is held, into the status.
   void UpdateAudioServerStatus();
+  // Whether the touch device and the proximity sensor are read, and why
+  // not, into the status.
+  void UpdateInputDeviceStatus();
   void PlayNetworkCreationSound();
   // Prioritises the configured default device for its duration by writing
   // the configuration back to the controller.
@@ -105,6 +108,8 @@ class AudioVisualDaemon : public ServiceDaemon {
   std::string proximity_device_path_;
   // What the last calibration attempt waited for; empty when none did.
   std::string calibration_waits_for_;
+  // Whether calibration stopped at a VPD cache it could not load.
+  bool vpd_cache_unloadable_ = false;
   // Whether the last ambient reading failed; said once until one succeeds.
   bool ambient_light_failed_ = false;
   std::unique_ptr<GestureMonitor> gesture_monitor_;

@@ -30,6 +30,9 @@ class GestureMonitor {
   // Closes the stream; no callback runs afterwards.
   ~GestureMonitor();
 
+  // The stream read, for whether it is read and why not.
+  IioEventStream& stream() { return *stream_; }
+
   // Runs on the loop for each wave; waves before it is set are dropped.
   void set_wave_callback(WaveCallback callback) {
     wave_callback_ = std::move(callback);

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 
 static_assert(IIO_GET_EVENT_FD_IOCTL == 0x80046990,
@@ -22,7 +24,7 @@ IioEventStream::IioEventStream(std::string device_path, TaskLoop* loop)
 IioEventStream::~IioEventStream() = default;
 
 int IioEventStream::OpenEventDescriptor() {
-  const int device = open(device_path_.c_str(), O_RDONLY);
+  const int device = open(device_path_.c_str(), O_RDONLY | O_CLOEXEC);
   if (device < 0) {
     LOG(WARNING) << "Could not open device descriptor";
     return -1;
@@ -41,16 +43,26 @@ bool IioEventStream::Start() {
   const int fd = OpenEventDescriptor();
   if (fd < 0) {
     LOG(WARNING) << "Unable to open IIO device";
+    stop_reason_ = "cannot open " + LogText(device_path_);
     return false;
   }
   ErrorPtr error;
   stream_ = FileStream::FromFileDescriptor(fd, true, loop_, &error);
   if (!stream_) {
     close(fd);
-    LOG(WARNING) << "Failed to create stream: " << error->message();
+    LOG(WARNING) << "Failed to create stream: " << LogText(error->message());
+    stop_reason_ = LogText(error->message());
     return false;
   }
+  reading_ = true;
+  stop_reason_.clear();
   return WaitForEvents();
+}
+
+void IioEventStream::Stopped(std::string why) {
+  reading_ = false;
+  stop_reason_ = std::move(why);
+  if (stopped_callback_) stopped_callback_(stop_reason_);
 }
 
 bool IioEventStream::WaitForEvents() {
@@ -59,7 +71,8 @@ bool IioEventStream::WaitForEvents() {
           FileStream::AccessMode::kRead,
           [this](FileStream::AccessMode mode) { OnDataReady(mode); },
           &error)) {
-    LOG(WARNING) << "Failed to wait for events: " << error->message();
+    LOG(WARNING) << "Failed to wait for events: " << LogText(error->message());
+    Stopped("failed to wait for events: " + LogText(error->message()));
     return false;
   }
   return true;
@@ -80,13 +93,15 @@ void IioEventStream::OnDataReady(FileStream::AccessMode mode) {
     if (!stream_->ReadNonBlocking(&event, sizeof(event), &size, &end_of_stream,
                                   &error)) {
       // The stream stays, unwatched: delivery stops here.
-      LOG(WARNING) << "Failed to read event: " << error->message();
+      LOG(WARNING) << "Failed to read event: " << LogText(error->message());
+      Stopped("failed to read: " + LogText(error->message()));
       return;
     }
     if (end_of_stream) {
       // Only a descriptor that is not a device's ends; waiting again would
       // spin on it.
       LOG(WARNING) << "Failed to read event: end of stream";
+      Stopped("end of stream");
       return;
     }
     if (size == 0) break;

@@ -42,9 +42,23 @@ class IioEventStream {
     event_callback_ = std::move(callback);
   }
 
+  // Runs on the loop once delivery stops after a successful Start() (a
+  // read error, the end of the stream, a failed wait), with stop_reason();
+  // it must not destroy the stream.
+  using StoppedCallback = std::function<void(const std::string& why)>;
+  void set_stopped_callback(StoppedCallback callback) {
+    stopped_callback_ = std::move(callback);
+  }
+
   // Opens the event descriptor and waits for events. Returns false, having
   // logged why, when no event will ever be delivered.
   bool Start();
+
+  // Whether events are read: from a successful Start() until delivery stops.
+  bool reading() const { return reading_; }
+  // Why events are not read, for people (escaped outside text); empty while
+  // they are and before Start().
+  const std::string& stop_reason() const { return stop_reason_; }
 
  protected:
   // The event descriptor of the device, or -1 after logging why. The device
@@ -54,11 +68,16 @@ class IioEventStream {
  private:
   bool WaitForEvents();
   void OnDataReady(FileStream::AccessMode mode);
+  // Delivery ends for good: says why to the owner.
+  void Stopped(std::string why);
 
   const std::string device_path_;
   TaskLoop* const loop_;
   std::unique_ptr<FileStream> stream_;
   EventCallback event_callback_;
+  StoppedCallback stopped_callback_;
+  bool reading_ = false;
+  std::string stop_reason_;
 };
 
 }  // namespace morvane::ap

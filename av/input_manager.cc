@@ -7,6 +7,7 @@
 
 #include "common/platform_settings.h"
 #include "platform/file_util.h"
+#include "platform/log_text.h"
 #include "platform/sysroot.h"
 #include "platform/task_loop.h"
 
@@ -38,8 +39,9 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
   }
   if (!PathExists(device_path)) {
     LOG(WARNING) << "Input device not found";
-    LOG(WARNING) << "Touch input device " << device_path
+    LOG(WARNING) << "Touch input device " << LogText(device_path)
                  << " does not exist; going on without touch input";
+    touch_device_problem_ = LogText(device_path) + " does not exist";
     return;
   }
   input_monitor_ = std::make_unique<InputMonitor>(
@@ -47,15 +49,20 @@ InputManager::InputManager(TaskLoop* loop) : loop_(loop) {
       [this](const InputEvent& event) { OnInputEvent(event); });
   ErrorPtr error;
   if (!input_monitor_->Start(&error)) {
-    LOG(WARNING) << "Failed to start input monitor: " << error->message();
+    LOG(WARNING) << "Failed to start input monitor: " << LogText(error->message());
+    touch_device_problem_ = LogText(error->message());
+    input_monitor_.reset();
     return;
   }
+  input_monitor_->set_stopped_callback([this](const std::string& why) {
+    touch_device_problem_ = why;
+    if (touch_device_stopped_callback_) touch_device_stopped_callback_();
+  });
   device_path_ = device_path;
   // A device with a touch input must have the clip too.
   const std::string clip_path = SysrootPath(kFeedbackAudioPath);
-  CHECK(ReadFileToString(clip_path, &feedback_audio_))
+  PCHECK(ReadFileToString(clip_path, &feedback_audio_))
       << "Failed to read file: " << clip_path;
-  touch_device_in_use_ = true;
 }
 
 InputManager::~InputManager() {

@@ -43,8 +43,18 @@ class InputManager {
   // The touch device read; empty without one (not set, missing, or it
   // could not be opened).
   const std::string& device_path() const { return device_path_; }
-  // Whether the touch device was opened for reading.
-  bool touch_device_in_use() const { return touch_device_in_use_; }
+  // Whether the touch device is read now: opened, and no read error or end
+  // of stream since.
+  bool touch_device_in_use() const {
+    return input_monitor_ && input_monitor_->reading();
+  }
+  // Why a touch device that the settings name is not read (escaped outside
+  // text); empty while it is read or when none is named.
+  const std::string& touch_device_problem() const { return touch_device_problem_; }
+  // |callback| runs when reading the touch device stops.
+  void SetTouchDeviceStoppedCallback(std::function<void()> callback) {
+    touch_device_stopped_callback_ = std::move(callback);
+  }
   bool audio_server_connected() const { return pavo_client_ != nullptr; }
   // |callback| runs after each connection to the audio server is made.
   void SetAudioConnectedCallback(std::function<void()> callback) {
@@ -63,7 +73,8 @@ class InputManager {
   std::function<void()> audio_connected_callback_;
   std::unique_ptr<InputMonitor> input_monitor_;
   std::string feedback_audio_;
-  bool touch_device_in_use_ = false;
+  std::string touch_device_problem_;
+  std::function<void()> touch_device_stopped_callback_;
   // Wall-clock microseconds of the last press that was allowed to click.
   int64_t last_feedback_time_ = 0;
 };

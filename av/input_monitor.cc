@@ -11,6 +11,8 @@
 
 #include <glog/logging.h>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -73,7 +75,7 @@ void InputMonitor::WaitForEvents() {
           FileStream::AccessMode::kRead,
           [this](FileStream::AccessMode mode) { OnDataReady(mode); },
           &error)) {
-    LOG(WARNING) << "Failed to wait for events: " << error->message();
+    LOG(WARNING) << "Failed to wait for events: " << LogText(error->message());
   }
 }
 
@@ -87,15 +89,15 @@ void InputMonitor::OnDataReady(FileStream::AccessMode mode) {
     ErrorPtr error;
     if (!stream_->ReadNonBlocking(&record, sizeof(record), &size,
                                   &end_of_stream, &error)) {
-      LOG(WARNING) << "Failed to read event: " << error->message();
-      stream_.reset();
+      LOG(WARNING) << "Failed to read event: " << LogText(error->message());
+      Stopped("failed to read: " + LogText(error->message()));
       return;
     }
     if (end_of_stream) {
       // An evdev device never ends; a FIFO whose writer left does, and would
       // be reported readable again at once, for ever.
       LOG(WARNING) << "Failed to read event: end of stream";
-      stream_.reset();
+      Stopped("end of stream");
       return;
     }
     if (size == 0) {
@@ -108,6 +110,11 @@ void InputMonitor::OnDataReady(FileStream::AccessMode mode) {
     }
     callback_(Decode(record));
   }
+}
+
+void InputMonitor::Stopped(const std::string& why) {
+  stream_.reset();
+  if (stopped_callback_) stopped_callback_(why);
 }
 
 }  // namespace morvane::ap

@@ -49,6 +49,15 @@ class InputMonitor {
   // closes the device; only another Start() reopens it.
   bool Start(ErrorPtr* error);
 
+  // Runs on the loop when a read error or the end of the stream closes the
+  // device, with why (escaped outside text); it must not destroy the
+  // monitor.
+  void set_stopped_callback(std::function<void(const std::string& why)> callback) {
+    stopped_callback_ = std::move(callback);
+  }
+  // Whether the device is open and read.
+  bool reading() const { return stream_ != nullptr; }
+
  private:
   void WaitForEvents();
   // Reads every pending record, then waits again.
@@ -57,6 +66,10 @@ class InputMonitor {
   TaskLoop* const loop_;
   const std::string device_path_;
   const EventCallback callback_;
+  // Closes the device and says why.
+  void Stopped(const std::string& why);
+
+  std::function<void(const std::string& why)> stopped_callback_;
   // Null until Start() succeeds and after a read error.
   std::unique_ptr<FileStream> stream_;
 };

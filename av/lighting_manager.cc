@@ -8,6 +8,7 @@
 #include "av/lighting_client.h"
 #include "platform/exported_object.h"
 #include "platform/exported_object_manager.h"
+#include "platform/log_text.h"
 
 namespace morvane::ap {
 namespace {
@@ -81,7 +82,9 @@ bool LightingManager::SetLedState(ErrorPtr*, const std::string& in_state,
                                   const std::string& in_value,
                                   uint32_t in_duration_seconds) {
   if (ValidLedStates().count(in_state) == 0) {
-    LOG(WARNING) << "Unexpected led state: " << in_state;
+    if (unexpected_state_log_.Allow()) {
+      LOG(WARNING) << "Unexpected led state: " << LogText(in_state);
+    }
     return false;
   }
   SetTimedState(in_state, in_value, in_duration_seconds);

@@ -9,6 +9,7 @@
 
 #include "dbus/manager_adaptor.h"
 #include "dbus/status_adaptor.h"
+#include "platform/log_rate_limit.h"
 #include "platform/timer.h"
 
 namespace morvane::ap {
@@ -133,6 +134,8 @@ class LightingManager : public org::tessaly::ap::AudioVisual::ManagerInterface {
   bool in_setup_ = false;
   bool connected_ = false;
   std::map<std::string, TimedState> states_;
+  // Any caller may send unknown names as fast as it likes.
+  LogRateLimit unexpected_state_log_{loop_, "Unexpected led state"};
   std::unique_ptr<org::tessaly::ap::AudioVisual::ManagerAdaptor> adaptor_;
   std::unique_ptr<ExportedObject> dbus_object_;
 };

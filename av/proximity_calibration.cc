@@ -6,6 +6,7 @@
 
 #include "platform/file_util.h"
 #include "platform/key_value_store.h"
+#include "platform/log_text.h"
 
 namespace morvane::ap {
 namespace {
@@ -29,8 +30,15 @@ bool CopyProximityCalibration(const std::string& vpd_cache_path,
       LOG(WARNING) << "VPD cache does not contain value for " << key;
       continue;
     }
-    // The cache quotes its values; the quotes go, whatever they are. An
-    // empty value throws here and ends the process.
+    // A value must be enclosed in double quotes. Anything else is a
+    // factory's slip: writing it would be a silent miscalibration, and
+    // ending the daemon would end it at every start, as the file stays.
+    if (value.size() < 2 || value.front() != '"' || value.back() != '"') {
+      LOG(WARNING) << "Failed to read the VPD value of " << key << " ("
+                   << LogText(value) << "): not enclosed in double quotes, "
+                   << "skipping it";
+      continue;
+    }
     value = value.substr(1, value.size() - 2);
     const std::string path = sysfs_dir + attribute;
     if (!PathExists(path)) {

@@ -9,13 +9,12 @@ namespace morvane::ap {
 // |vpd_cache_path| into the sensor's attributes under |sysfs_dir| (ending
 // in '/'): "ps_calibration" to in_proximity_calibbias, "plthres" and
 // "phthres" to the falling and rising thresholds, in that order. The cache
-// quotes keys and values; the first and last character of each value go,
-// whatever they are. A missing key or attribute and a failed write are
-// logged as warnings and the next key is tried.
+// quotes keys and values; each value is written without its quotes. A
+// missing key or attribute, a value not enclosed in double quotes (empty,
+// one character, unquoted) and a failed write are logged as warnings and
+// the next key is tried.
 //
 // Returns false, having written nothing, when the cache cannot be loaded.
-// An empty value throws std::out_of_range, which ends the daemon: the cache
-// is broken and the init system restarts it.
 bool CopyProximityCalibration(const std::string& vpd_cache_path,
                               const std::string& sysfs_dir);
 

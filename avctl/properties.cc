@@ -176,9 +176,15 @@ std::string FormatStatus(const Properties& properties, int64_t now_wall_us) {
   const uint64_t operation = get("LastOperationId").number;
   out += line("Last operation",
               operation ? std::to_string(operation) : std::string("none"));
-  auto use = [&](const char* name) { return yes(name) ? "in use" : "not in use"; };
-  out += line("Touch device", use("TouchDeviceInUse"));
-  out += line("Proximity sensor", use("ProximitySensorInUse"));
+  const auto& not_read = get("DevicesNotRead").strings;
+  auto use = [&](const char* name, const char* device = "") {
+    const auto why = not_read.find(device);
+    if (yes(name)) return std::string("in use");
+    return why == not_read.end() ? std::string("not in use")
+                                 : "not in use: " + why->second;
+  };
+  out += line("Touch device", use("TouchDeviceInUse", "touch"));
+  out += line("Proximity sensor", use("ProximitySensorInUse", "proximity"));
   out += line("Audio server", use("AudioServerInUse"));
   return out;
 }

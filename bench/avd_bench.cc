@@ -324,6 +324,11 @@ int Main() {
       Format("%.2fx", Percentile(avd_trips[1], 0.5) /
                           Percentile(bare_trips[1], 0.5)),
       "<= 1.03x");
+  row("SetOperationInProgress (logs a line) round trip p50 vs the bare "
+      "service's",
+      Format("%.2fx", Percentile(avd_trips[2], 0.5) /
+                          Percentile(bare_trips[2], 0.5)),
+      "<= 1.10x");
   row("bare service: SetLedState round trip p50 vs its Ping",
       Format("%.1f us (%.2fx)", Percentile(bare_trips[1], 0.5),
              Percentile(bare_trips[1], 0.5) / Percentile(bare_trips[0], 0.5)),
@@ -346,6 +351,11 @@ int Main() {
 
   row("stripped avd (this machine)",
       Format("%.0f KiB", StrippedSize(AVD_BINARY) / 1024.0), "");
+
+  const std::string log_line = RunForJson(LOG_LINE_BENCH_BINARY);
+  row("one log line (syslog and standard error, no syslog daemon)",
+      Format("%.2f us", JsonCounter(log_line, "BM_LogLine", "real_time") / 1000),
+      "<= 5 us");
 
   const std::string press = RunForJson(PRESS_BENCH_BINARY);
   row("press to click p50 / p99 (daemon's share)",

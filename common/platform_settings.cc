@@ -1,5 +1,10 @@
 #include "common/platform_settings.h"
 
+#include <glog/logging.h>
+
+#include <vector>
+
+#include "platform/log_text.h"
 #include "platform/sysroot.h"
 
 namespace morvane::ap {
@@ -16,7 +21,18 @@ PlatformSettings::PlatformSettings()
 
 PlatformSettings::PlatformSettings(const std::string& path) {
   // A missing file means a model without settings: all getters say "absent".
-  store_.Load(path, nullptr);
+  // A bad line costs only itself: the touch device named on another line
+  // still works.
+  std::vector<int> skipped;
+  ErrorPtr error;
+  if (!store_.LoadSkippingBadLines(path, &skipped, &error)) {
+    LOG(WARNING) << LogText(error->message()) << "; no platform settings";
+    return;
+  }
+  for (const int line : skipped) {
+    LOG(WARNING) << "Failed to read line " << line << " of " << LogText(path)
+                 << ": not KEY=VALUE, skipping it";
+  }
 }
 
 bool PlatformSettings::GetQuotedString(const std::string& key,

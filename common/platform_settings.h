@@ -10,8 +10,11 @@ namespace morvane::ap {
 // Typed answers from the hardware model's settings file, a shell-sourceable
 // list of KEY=VALUE lines provided by the system image. Values are kept raw;
 // strings are written as shell single-quoted words and flags as a bare 1 or
-// 0. Every getter reports an absent or malformed value through its result;
-// nothing is logged.
+// 0. Every getter reports an absent or malformed value through its result.
+// Loading logs what it could not use: an unreadable file once, with its path
+// and the system's reason, and each line that is not KEY=VALUE (no '=', or
+// a NUL byte) with its number; the other lines still count. CRLF line
+// endings read as LF.
 class PlatformSettings {
  public:
   // The file of the running system, under AVD_SYSROOT when that is set.

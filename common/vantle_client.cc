@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -47,7 +49,7 @@ void VantleClient::GetProperties() {
         // An absent connection manager is read when it arrives.
         if (IsServiceUnknown(error)) return;
         LOG(WARNING) << "Failed to get the connection manager's properties: "
-                     << error->message();
+                     << LogText(error->message());
       });
 }
 
@@ -64,14 +66,14 @@ void VantleClient::OnGetProperties(Message* reply) {
         found = reader.ReadVariant(&state, &value_error);
         if (!found) {
           LOG(WARNING) << "Failed to read ConnectionState: "
-                       << value_error->message() << ", ignoring it";
+                       << LogText(value_error->message()) << ", ignoring it";
         }
         return true;
       },
       &error);
   if (!read || !reader.ReadEnd(&error)) {
     LOG(WARNING) << "Failed to read the connection manager's properties: "
-                 << error->message() << ", ignoring them";
+                 << LogText(error->message()) << ", ignoring them";
     return;
   }
   if (found) SetConnectionState(state);
@@ -82,14 +84,14 @@ void VantleClient::OnPropertyChanged(Message* signal) {
   ErrorPtr error;
   std::string name;
   if (!reader.Read(&name, &error)) {
-    LOG(WARNING) << "Failed to read PropertyChanged: " << error->message()
+    LOG(WARNING) << "Failed to read PropertyChanged: " << LogText(error->message())
                  << ", ignoring it";
     return;
   }
   if (name != kConnectionState) return;
   std::string state;
   if (!reader.ReadVariant(&state, &error) || !reader.ReadEnd(&error)) {
-    LOG(WARNING) << "Failed to read ConnectionState: " << error->message()
+    LOG(WARNING) << "Failed to read ConnectionState: " << LogText(error->message())
                  << ", ignoring it";
     return;
   }

@@ -29,6 +29,8 @@ StatusAdaptor::StatusAdaptor(::morvane::ap::ExportedObject* object) {
   touch_device_in_use_ = itf->AddProperty<bool>("TouchDeviceInUse");
   proximity_sensor_in_use_ = itf->AddProperty<bool>("ProximitySensorInUse");
   audio_server_in_use_ = itf->AddProperty<bool>("AudioServerInUse");
+  devices_not_read_ =
+      itf->AddProperty<std::map<std::string, std::string>>("DevicesNotRead");
 }
 
 }  // namespace org::tessaly::ap::AudioVisual

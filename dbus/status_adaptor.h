@@ -63,6 +63,9 @@ class StatusAdaptor {
   ExportedProperty<bool>& audio_server_in_use() {
     return *audio_server_in_use_;
   }
+  ExportedProperty<std::map<std::string, std::string>>& devices_not_read() {
+    return *devices_not_read_;
+  }
 
  private:
   ExportedProperty<uint32_t>* light_state_;
@@ -80,6 +83,7 @@ class StatusAdaptor {
   ExportedProperty<bool>* touch_device_in_use_;
   ExportedProperty<bool>* proximity_sensor_in_use_;
   ExportedProperty<bool>* audio_server_in_use_;
+  ExportedProperty<std::map<std::string, std::string>>* devices_not_read_;
 };
 
 }  // namespace org::tessaly::ap::AudioVisual

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "common/platform_settings.h"
 #include "fuzz/fuzz_support.h"
@@ -71,6 +72,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const MemoryFile file(data, size);
   KeyValueStore from_file;
   CHECK_EQ(from_file.Load(file.path(), nullptr), loaded);
+  // Skipping bad lines never fails on a readable file, and skips a line
+  // exactly when the whole load fails.
+  KeyValueStore skipping;
+  std::vector<int> skipped;
+  CHECK(skipping.LoadSkippingBadLines(file.path(), &skipped, nullptr));
+  CHECK_EQ(skipped.empty(), loaded);
   const PlatformSettings settings(file.path());
   settings.HasAuxiliaryRadio();
   settings.HasNssSupport();

@@ -4,7 +4,9 @@
 The seeds are what the daemon meets when all is well: the simulator's
 settings and VPD cache, a wave and a press as the kernel records them, a
 configuration with a default device, and the D-Bus messages of its peers,
-marshalled here byte for byte. Run it again after changing a seed.
+marshalled here byte for byte; and, for the settings and the VPD cache,
+what a bad image holds (CRLF, a NUL byte, unquoted values, escapes). Run
+it again after changing a seed.
 """
 
 import os
@@ -46,6 +48,18 @@ write("key_value_store", "quoting",
       "PLATFORM_TOUCH_INPUT_EVENT_PATH=/unquoted\n"
       "A=b=c\n=\nPLATFORM_HAS_NSS_SUPPORT=yes")
 write("key_value_store", "no_equals", "A=1\nnot a pair\n")
+# What a bad image holds: each bad line costs only itself.
+write("key_value_store", "crlf",
+      "PLATFORM_TOUCH_INPUT_EVENT_PATH='/dev/input/event0'\r\n"
+      "PLATFORM_HAS_NSS_SUPPORT=1\r\n")
+write("key_value_store", "nul_byte",
+      "PLATFORM_HAS_NSS_SUPPORT=1\0\n"
+      "PLATFORM_TOUCH_INPUT_EVENT_PATH='/dev/input/event0'\n")
+write("key_value_store", "bad_line_first",
+      "export PATH\nPLATFORM_TOUCH_INPUT_EVENT_PATH='/dev/input/event0'\n")
+write("key_value_store", "forged_line",
+      b"PLATFORM_TOUCH_INPUT_EVENT_PATH='/dev/x\x1b[2J\\n<0>forged'\n"
+      b"\xff\xfe not utf-8\n")
 
 # --- VPD cache ------------------------------------------------------------
 
@@ -54,8 +68,12 @@ write("vpd_cache", "full",
 write("vpd_cache", "one_missing_crlf",
       '# cache\r\n"ps_calibration"="7"\r\n"phthres"=""\r\n')
 write("vpd_cache", "short_values", '"ps_calibration"=1\n"plthres"=\'\'\n')
-# An empty value: the daemon's designed end.
-write("vpd_cache", "empty_value", '"plthres"=\n')
+# Values not enclosed in double quotes: each is skipped, the others kept.
+write("vpd_cache", "empty_value", '"ps_calibration"=\n"plthres"="40"\n')
+write("vpd_cache", "one_character", '"ps_calibration"="\n"phthres"="9"\n')
+write("vpd_cache", "unquoted", '"plthres"=100\n"phthres"="200"\n')
+write("vpd_cache", "escape_in_value",
+      b'"ps_calibration"="1\x1b[2J\\n<0>x"\n"plthres"="4\xff"\n')
 write("vpd_cache", "unparsable", '"ps_calibration" "123"\n')
 
 # --- IIO records ------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "peers/child_process.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -25,10 +26,13 @@ constexpr char kDomain[] = "sim";
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The parent may have died between fork and prctl.
   if (getppid() != parent) _exit(127);
-  const int null_fd = open("/dev/null", O_RDWR);
+  const int null_fd = open("/dev/null", O_RDWR | O_CLOEXEC);
   dup2(null_fd, 0);
   dup2(stdout_fd >= 0 ? stdout_fd : null_fd, 1);
   dup2(stderr_fd >= 0 ? stderr_fd : null_fd, 2);
+  // The child gets its three standard streams and nothing else: not what
+  // this process inherited, nor what a library opened without O_CLOEXEC.
+  close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/error.h"
 
@@ -11,13 +12,13 @@ namespace morvane::ap {
 // A map of raw string values loaded from KEY=VALUE text, the format of
 // shell-sourceable settings files and of the VPD cache.
 //
-// The text is split into lines at '\n'. A line that is empty or only
-// whitespace, or whose first non-blank character is '#', is skipped. Any
-// other line must contain '=': the key is everything before the first '='
-// and the value everything after it, both exactly as written. Nothing is
-// trimmed or unquoted, so `"ps_calibration"="123"` has the key
-// `"ps_calibration"` (with its quotes) and a '\r' before the newline stays
-// in the value. A key given twice keeps its last value.
+// The text is split into lines at '\n'; a "\r\n" ends a line as '\n' does.
+// A line that is empty or only whitespace, or whose first non-blank
+// character is '#', is skipped. Any other line must contain '=' and no NUL
+// byte: the key is everything before the first '=' and the value everything
+// after it, both exactly as written. Nothing is trimmed or unquoted, so
+// `"ps_calibration"="123"` has the key `"ps_calibration"` (with its quotes).
+// A key given twice keeps its last value.
 class KeyValueStore {
  public:
   KeyValueStore() = default;
@@ -27,8 +28,14 @@ class KeyValueStore {
   // Replaces the contents with the pairs read from the file at |path|.
   // Returns false and adds to |error| (domain "ap", code "io_error" if the
   // file cannot be read, "parse_error" naming the path and the first line
-  // without '='); the contents are then left as they were.
+  // that cannot be split); the contents are then left as they were.
   bool Load(const std::string& path, ErrorPtr* error);
+
+  // As Load(), but a line that cannot be split is skipped, its 1-based
+  // number appended to |*skipped_lines|, and the other lines still count.
+  // Fails only when the file cannot be read.
+  bool LoadSkippingBadLines(const std::string& path,
+                            std::vector<int>* skipped_lines, ErrorPtr* error);
 
   // As Load(), with the text given directly; a parse error names the line.
   bool LoadFromString(const std::string& text, ErrorPtr* error);

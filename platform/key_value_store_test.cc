@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "tests/fixtures/temp_dir.h"
 
@@ -28,7 +30,9 @@ TEST(KeyValueStoreTest, KeyIsBeforeTheFirstEqualsAndValueTheRestAsWritten) {
       {"NAME=\n", "NAME", ""},
       {"# note\n\nNAME= padded \n", "NAME", " padded "},
       {"NAME=no newline", "NAME", "no newline"},
-      {"NAME=dos\r\n", "NAME", "dos\r"},
+      {"NAME=dos\r\n", "NAME", "dos"},
+      {"NAME=cr\r", "NAME", "cr\r"},
+      {"NAME=a\rb\n", "NAME", "a\rb"},
       {"NAME='it'\"'\"'s'\n", "NAME", "'it'\"'\"'s'"},
       {"NAME=1\nNAME=2\n", "NAME", "2"},
       {"\"ps_calibration\"=\"123\"\n", "\"ps_calibration\"", "\"123\""},
@@ -53,12 +57,13 @@ TEST(KeyValueStoreTest, KeyIsBeforeTheFirstEqualsAndValueTheRestAsWritten) {
 
 TEST(KeyValueStoreTest, LineWithoutEqualsFailsTheWholeLoad) {
   const struct {
-    const char* text;
+    std::string_view text;
     const char* message;
   } kCases[] = {
-      {"broken", "Line 1 has no '='"},
-      {"NEW=1\nbroken\nNEW2=2\n", "Line 2 has no '='"},
-      {"NEW=1\n\n# c\n x \n", "Line 4 has no '='"},
+      {"broken", "Line 1 is not KEY=VALUE"},
+      {"NEW=1\nbroken\nNEW2=2\n", "Line 2 is not KEY=VALUE"},
+      {"NEW=1\n\n# c\n x \n", "Line 4 is not KEY=VALUE"},
+      {std::string_view("NEW=1\nNUL=a\0b\n", 14), "Line 2 is not KEY=VALUE"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.text);
@@ -66,7 +71,7 @@ TEST(KeyValueStoreTest, LineWithoutEqualsFailsTheWholeLoad) {
     ASSERT_TRUE(store.LoadFromString("OLD=kept\n", nullptr));
     ErrorPtr error;
 
-    EXPECT_FALSE(store.LoadFromString(c.text, &error));
+    EXPECT_FALSE(store.LoadFromString(std::string(c.text), &error));
 
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain(), "ap");
@@ -94,7 +99,7 @@ TEST(KeyValueStoreTest, LoadReplacesTheContentsOrNamesTheFileAndKeepsThem) {
   ASSERT_TRUE(parse_error);
   EXPECT_EQ(parse_error->code(), "parse_error");
   EXPECT_EQ(parse_error->message(),
-            "Failed to parse " + bad + ": line 2 has no '='");
+            "Failed to parse " + bad + ": line 2 is not KEY=VALUE");
   EXPECT_EQ(Lookup(store, "OLD"), "1");
   EXPECT_EQ(Lookup(store, "A"), "<absent>");
 
@@ -102,6 +107,24 @@ TEST(KeyValueStoreTest, LoadReplacesTheContentsOrNamesTheFileAndKeepsThem) {
 
   EXPECT_EQ(Lookup(store, "\"plthres\""), "\"40\"");
   EXPECT_EQ(Lookup(store, "OLD"), "<absent>");
+}
+
+TEST(KeyValueStoreTest, SkippingLoadKeepsEveryLineThatSplits) {
+  TempDir dir;
+  const std::string path = dir.Write(
+      "settings.sh", std::string("A=1\r\nbroken\nB=x\0y\nC=3\n\n  \nD=4", 29));
+  KeyValueStore store;
+  std::vector<int> skipped;
+
+  ASSERT_TRUE(store.LoadSkippingBadLines(path, &skipped, nullptr));
+  EXPECT_FALSE(store.LoadSkippingBadLines(dir.Path("missing"), &skipped,
+                                          nullptr));
+
+  EXPECT_THAT(skipped, testing::ElementsAre(2, 3));
+  EXPECT_EQ(Lookup(store, "A"), "1");
+  EXPECT_EQ(Lookup(store, "B"), "<absent>");
+  EXPECT_EQ(Lookup(store, "C"), "3");
+  EXPECT_EQ(Lookup(store, "D"), "4");
 }
 
 }  // namespace

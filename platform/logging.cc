@@ -1,13 +1,19 @@
 #include "platform/logging.h"
 
 #include <glog/logging.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+#include <utility>
 
 namespace morvane::ap {
 namespace {
@@ -25,25 +31,72 @@ int SyslogPriority(google::LogSeverity severity) {
   }
 }
 
+// Sends each line to the local syslog socket as one datagram,
+// "<priority>ident[pid]: message"; the receiver adds the time. syslog(3)
+// tries a new connection for every line while nobody listens (a socket,
+// a failed connect, a close: most of a line's cost), and its time stamp
+// costs a time-zone lookup. Here a failed connection is tried again at
+// most once a second, on the coarse monotonic clock: logging is below the
+// task loop and must work without one.
 class SyslogSink : public google::LogSink {
  public:
-  void set_with_header(bool with_header) { with_header_ = with_header; }
+  static constexpr char kSocketPath[] = "/dev/log";
+  static constexpr int64_t kRetryNs = 1'000'000'000;
+
+  void Open(std::string ident, bool with_header) {
+    Close();
+    ident_ = std::move(ident);
+    with_header_ = with_header;
+    pid_ = getpid();
+    next_attempt_ns_ = 0;
+    Connect();
+  }
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
 
   void send(google::LogSeverity severity, const char* /*full_filename*/,
             const char* base_filename, int line,
             const google::LogMessageTime& /*time*/, const char* message,
             size_t message_len) override {
-    const int length = static_cast<int>(message_len);
+    if (fd_ < 0 && !Connect()) return;
+    std::string text = "<" +
+                       std::to_string(LOG_DAEMON | SyslogPriority(severity)) +
+                       ">" + ident_ + "[" + std::to_string(pid_) + "]: ";
     if (with_header_) {
-      syslog(SyslogPriority(severity), "%s:%d] %.*s", base_filename, line,
-             length, message);
-    } else {
-      syslog(SyslogPriority(severity), "%.*s", length, message);
+      text += std::string(base_filename) + ":" + std::to_string(line) + "] ";
     }
+    text.append(message, message_len);
+    // A receiver that went away (restarted) is looked for again later.
+    if (::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) < 0) Close();
   }
 
  private:
+  bool Connect() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const int64_t now_ns = now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+    if (now_ns < next_attempt_ns_) return false;
+    next_attempt_ns_ = now_ns + kRetryNs;
+    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd_ < 0) return false;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, kSocketPath, sizeof(address.sun_path) - 1);
+    if (connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) <
+        0) {
+      Close();
+      return false;
+    }
+    return true;
+  }
+
+  std::string ident_;
   bool with_header_ = false;
+  pid_t pid_ = 0;
+  int fd_ = -1;
+  int64_t next_attempt_ns_ = 0;
 };
 
 // Writes each line to standard error with the syslog priority in front
@@ -89,8 +142,7 @@ bool StderrIsJournal() {
          st.st_ino == inode;
 }
 
-// Process-wide, as glog and syslog are: glog keeps pointers to the name and
-// the sink, and openlog() keeps the ident pointer.
+// Process-wide, as glog is: it keeps pointers to the name and the sinks.
 std::string& ProgramName() {
   static auto* name = new std::string;
   return *name;
@@ -129,7 +181,12 @@ void InitLogging(const char* program_name, int flags) {
 
   google::RemoveLogSink(Sink());
   google::RemoveLogSink(Journal());
-  closelog();
+  Sink()->Close();
+  // glog works out the zone offset of every line's time with mktime(),
+  // which checks /etc/localtime anew for each line unless TZ names the zone.
+  // Naming the same file keeps the zone; a change of it shows in the log's
+  // times after a restart.
+  setenv("TZ", ":/etc/localtime", /*overwrite=*/0);
   // Under systemd both syslog and standard error end in the journal, and
   // every line would be there twice. Standard error is the one kept: it
   // also carries what is not a log line (an uncaught exception's text,
@@ -144,11 +201,8 @@ void InitLogging(const char* program_name, int flags) {
     return;
   }
   if (flags & kLogToSyslog) {
-    static std::string* ident = new std::string;
     const std::string name = program_name;
-    *ident = name.substr(name.rfind('/') + 1);
-    openlog(ident->c_str(), LOG_PID, LOG_DAEMON);
-    Sink()->set_with_header((flags & kLogHeader) != 0);
+    Sink()->Open(name.substr(name.rfind('/') + 1), (flags & kLogHeader) != 0);
     google::AddLogSink(Sink());
   }
 }

@@ -6,7 +6,8 @@ namespace morvane::ap {
 // Where log lines go; combine with |.
 enum LogFlags {
   // Every line also goes to syslog (facility daemon, tagged with the
-  // program's base name and pid).
+  // program's base name and pid). While no syslog daemon listens, lines go
+  // only elsewhere and a connection is tried again at most once a second.
   kLogToSyslog = 1,
   // Every line goes to standard error.
   kLogToStderr = 2,
@@ -25,6 +26,10 @@ enum LogFlags {
 // written once, to standard error, as "<priority>file:line] message" (the
 // header part only with kLogHeader): the journal would otherwise get every
 // line from both.
+//
+// Sets TZ to ":/etc/localtime" when it is unset, so that a line's time
+// costs no check of the time-zone file: a change of zone shows in the
+// log's times after a restart.
 //
 // Call once at start-up, before anything logs. It sets glog's flag
 // variables directly, so it needs no command-line parsing before it; glog

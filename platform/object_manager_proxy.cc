@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -61,7 +63,7 @@ void ObjectManagerProxy::GetManagedObjects() {
         // An absent service is read when it arrives.
         if (IsServiceUnknown(error)) return;
         LOG(WARNING) << "Failed to get the objects of " << service_ << ": "
-                     << error->message();
+                     << LogText(error->message());
       });
 }
 
@@ -76,7 +78,7 @@ void ObjectManagerProxy::OnGetManagedObjects(Message* reply) {
       &error);
   if (!read || !reader.ReadEnd(&error)) {
     LOG(WARNING) << "Failed to read the objects of " << service_ << ": "
-                 << error->message() << ", ignoring the rest";
+                 << LogText(error->message()) << ", ignoring the rest";
   }
 }
 
@@ -87,7 +89,7 @@ void ObjectManagerProxy::OnInterfacesAdded(Message* signal) {
   if (!reader.Read(&path, &error) || !ReadInterfaces(reader, path, &error) ||
       !reader.ReadEnd(&error)) {
     LOG(WARNING) << "Failed to read InterfacesAdded of " << service_ << ": "
-                 << error->message() << ", ignoring the rest";
+                 << LogText(error->message()) << ", ignoring the rest";
   }
 }
 
@@ -98,7 +100,7 @@ void ObjectManagerProxy::OnInterfacesRemoved(Message* signal) {
   std::vector<std::string> interfaces;
   if (!ReadArgs(reader, &error, &path, &interfaces)) {
     LOG(WARNING) << "Failed to read InterfacesRemoved of " << service_ << ": "
-                 << error->message() << ", ignoring it";
+                 << LogText(error->message()) << ", ignoring it";
     return;
   }
   for (const std::string& interface : interfaces) {

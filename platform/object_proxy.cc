@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/log_text.h"
+
 namespace morvane::ap {
 namespace {
 
@@ -150,7 +152,7 @@ BusSlot ObjectProxy::ConnectToNameOwnerChanged(
         ErrorPtr error;
         if (!ReadArgs(reader, &error, &name, &old_owner, &new_owner)) {
           LOG(WARNING) << "Failed to read NameOwnerChanged: "
-                       << error->message() << ", ignoring";
+                       << LogText(error->message()) << ", ignoring";
           return;
         }
         callback(old_owner, new_owner);

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "platform/log_text.h"
 #include "platform/object_proxy.h"
 
 namespace morvane::ap {
@@ -47,7 +48,7 @@ void PropertySet::GetAll() {
         // An absent service is read when it arrives.
         if (IsServiceUnknown(error)) return;
         LOG(WARNING) << "Failed to get the properties of " << interface_
-                     << ": " << error->message();
+                     << ": " << LogText(error->message());
       },
       interface_);
 }
@@ -59,8 +60,8 @@ void PropertySet::Get(const std::string& name) {
       [this, name](const Error* error) {
         // A service that left is read again when it comes back.
         if (IsServiceUnknown(error)) return;
-        LOG(WARNING) << "Failed to get property " << interface_ << "." << name
-                     << ": " << error->message();
+        LOG(WARNING) << "Failed to get property " << interface_ << "." << LogText(name)
+                     << ": " << LogText(error->message());
       },
       interface_, name);
 }
@@ -70,14 +71,14 @@ void PropertySet::OnGet(const std::string& name, Message* reply) {
   ErrorPtr error;
   PropertyBase* property = properties_.at(name);
   if (!property->ReadValue(reader, &error)) {
-    LOG(WARNING) << "Failed to read property " << interface_ << "." << name
-                 << ": " << error->message() << ", keeping the old value";
+    LOG(WARNING) << "Failed to read property " << interface_ << "." << LogText(name)
+                 << ": " << LogText(error->message()) << ", keeping the old value";
     return;
   }
   property->is_valid_ = true;
   if (!reader.ReadEnd(&error)) {
-    LOG(WARNING) << "Failed to read property " << interface_ << "." << name
-                 << ": " << error->message() << ", ignoring the rest";
+    LOG(WARNING) << "Failed to read property " << interface_ << "." << LogText(name)
+                 << ": " << LogText(error->message()) << ", ignoring the rest";
   }
   Notify({name});
 }
@@ -95,7 +96,7 @@ void PropertySet::OnGetAll(Message* reply) {
   std::vector<std::string> arrived;
   if (!ReadProperties(reader, &arrived, &error) || !reader.ReadEnd(&error)) {
     LOG(WARNING) << "Failed to read the properties of " << interface_ << ": "
-                 << error->message() << ", ignoring the rest";
+                 << LogText(error->message()) << ", ignoring the rest";
   }
   Notify(arrived);
 }
@@ -105,7 +106,7 @@ void PropertySet::OnPropertiesChanged(Message* signal) {
   ErrorPtr error;
   std::string interface;
   if (!reader.Read(&interface, &error)) {
-    LOG(WARNING) << "Failed to read PropertiesChanged: " << error->message()
+    LOG(WARNING) << "Failed to read PropertiesChanged: " << LogText(error->message())
                  << ", ignoring it";
     return;
   }
@@ -115,7 +116,7 @@ void PropertySet::OnPropertiesChanged(Message* signal) {
   if (!ReadProperties(reader, &arrived, &error) ||
       !reader.Read(&invalidated, &error) || !reader.ReadEnd(&error)) {
     LOG(WARNING) << "Failed to read PropertiesChanged of " << interface_
-                 << ": " << error->message() << ", ignoring the rest";
+                 << ": " << LogText(error->message()) << ", ignoring the rest";
     invalidated.clear();
   }
   // A peer that only names what changed gets asked for those values alone:
@@ -137,7 +138,7 @@ bool PropertySet::ReadProperties(MessageReader& reader,
         ErrorPtr value_error;
         if (!it->second->ReadValue(reader, &value_error)) {
           LOG(WARNING) << "Failed to read property " << interface_ << "."
-                       << name << ": " << value_error->message()
+                       << LogText(name) << ": " << LogText(value_error->message())
                        << ", keeping the old value";
           return true;
         }

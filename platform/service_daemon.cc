@@ -26,6 +26,9 @@ TaskLoop* ServiceDaemon::loop() const { return loop_.get(); }
 
 int ServiceDaemon::Run() {
   CHECK(!loop_) << "ServiceDaemon::Run() called twice";
+  // A write to a pipe whose reader went away (standard error under an init
+  // system whose logger restarted) must cost that line, not the process.
+  signal(SIGPIPE, SIG_IGN);
   ErrorPtr error;
   loop_ = EventLoop::Create(&error);
   CHECK(loop_) << error->message();

@@ -22,6 +22,7 @@
 
 #include "peers/child_process.h"
 #include "sim/sim_directory.h"
+#include "tests/fixtures/avd_process.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
 #include "tests/fixtures/temp_dir.h"
 
@@ -33,75 +34,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-constexpr uint64_t kTimeoutUs = 20'000'000;
 constexpr char kClip[] = "/usr/share/sounds/ap/network_creation.raw";
-constexpr char kService[] = "org.tessaly.ap.AudioVisual";
-
-// The production avd binary in a simulator directory of its own (sysroot,
-// the stand-in libraries' logs, its stderr in avd.log), with no proximity
-// sensor. SIGCHLD must be blocked, as the bus fixture does.
-class AvdProcess {
- public:
-  explicit AvdProcess(const std::string& bus_address,
-                      const SimDirectoryOptions& options = {})
-      : dir_(SimDirectory::Create(options, nullptr)) {
-    sd_event_new(&event_);
-    env_ = dir_->DaemonEnvironment(bus_address, "");
-    std::erase_if(env_, [](const std::string& entry) {
-      return entry.starts_with("LIGHTCONTROL_PROXIMITY_DEVICE=");
-    });
-  }
-  ~AvdProcess() {
-    avd_.reset();
-    sd_event_unref(event_);
-  }
-
-  const SimDirectory& dir() const { return *dir_; }
-
-  void SetEnv(const std::string& name, const std::string& value) {
-    env_.push_back(name + "=" + value);
-  }
-  // Runs the daemon as the last argument of |wrapper|, if given.
-  void Start(std::vector<std::string> wrapper = {}) {
-    const int log = open(dir_->avd_log().c_str(), O_WRONLY | O_CLOEXEC);
-    avd_ = std::make_unique<ChildProcess>(event_);
-    wrapper.push_back(AVD_BINARY);
-    EXPECT_TRUE(avd_->Start(wrapper, EnvironmentWith(env_), -1, log,
-                            [this](int status) { status_ = status; }, nullptr));
-    close(log);
-  }
-  void Signal(int signo) { avd_->Signal(signo); }
-
-  // Watches the daemon until |done| holds; false after kTimeoutUs.
-  bool WaitUntil(const std::function<bool()>& done) {
-    for (uint64_t waited = 0; !done(); waited += 10'000) {
-      if (waited >= kTimeoutUs) return false;
-      sd_event_run(event_, 10'000);
-    }
-    return true;
-  }
-  // Whether the daemon came to own its name, as |client| sees it.
-  bool WaitForName(sd_bus* client) {
-    return WaitUntil([&] { return sd_bus_get_name_creds(client, kService, 0, nullptr) >= 0; });
-  }
-  // The daemon's wait status, or empty if it did not end in time.
-  std::optional<int> WaitForExit() {
-    WaitUntil([this] { return status_.has_value(); });
-    return status_;
-  }
-
-  std::vector<std::string> LightCalls() const {
-    return ReadLines(dir_->lightcontrol_log());
-  }
-  std::string Stderr() const { return ReadFile(dir_->avd_log()); }
-
- private:
-  std::unique_ptr<SimDirectory> dir_;
-  std::vector<std::string> env_;
-  sd_event* event_ = nullptr;
-  std::unique_ptr<ChildProcess> avd_;
-  std::optional<int> status_;
-};
 
 class AvdStartupTest : public testing::Test {
  protected:
@@ -225,7 +158,8 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
   EXPECT_THAT(avd.Stderr(),
               HasSubstr("Check failed: ReadFileToString("
                         "kNetworkCreationAudioFilename, &system_setup_audio_) "
-                        "Failed to read file: " + clip));
+                        "Failed to read file: " + clip +
+                        ": No such file or directory"));
   EXPECT_THAT(avd.LightCalls(), IsEmpty());
 }
 

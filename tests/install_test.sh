@@ -9,8 +9,17 @@ build=$1
 dest=$(mktemp -d)
 trap 'rm -rf "$dest"' EXIT
 
-DESTDIR=$dest cmake --install "$build" >/dev/null
 prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
+# Another prefix at install time would leave the unit starting a daemon
+# under the configured one: refused, saying how, with nothing copied.
+if refusal=$(cmake --install "$build" --prefix "$dest/elsewhere" 2>&1); then
+  echo "installed under a prefix it was not configured for"; exit 1
+fi
+echo "$refusal" | grep -q -- "-DCMAKE_INSTALL_PREFIX=$dest/elsewhere" ||
+  { echo "the refusal does not say how: $refusal"; exit 1; }
+[ ! -e "$dest/elsewhere" ] || { echo "copied files before refusing"; exit 1; }
+DESTDIR=$dest cmake --install "$build" >/dev/null
+DESTDIR=$dest cmake --install "$build" --prefix "$prefix/" >/dev/null
 for file in sbin/avd bin/avctl \
             share/dbus-1/system.d/org.tessaly.ap.AudioVisual.conf \
             share/dbus-1/interfaces/org.tessaly.ap.AudioVisual.Manager.xml \
