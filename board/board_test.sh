@@ -35,7 +35,11 @@ capture='sub=$(grep -l closed /proc/asound/Loopback/pcm0p/sub*/status | head -1 
   arecord -q -D hw:Loopback,1,${sub#sub} -f S16_LE -r 48000 -c CHANNELS -d 4 /tmp/capture.wav & sleep 1'
 captured='wait; hex() { od -An -v -tx1 $1 | tr -d " \n"; echo; }
   hex /usr/share/sounds/ap/CLIP.raw >/tmp/clip.hex; hex /tmp/capture.wav | grep -qFf /tmp/clip.hex && echo captured'
-green=$'red [pattern] 1 0 1 0 1\ngreen [pattern] 1 1 1 1 1\nblue [pattern] 1 0 1 0 1'
+# What each LED shows at its brightest (the GPIO LEDs are on or off):
+# "0 1 0" is green, "1 1 0" amber (red and green), whatever the animation.
+levels='for c in red green blue; do tr " " "\n" </sys/class/leds/ring:$c:status/pattern |
+  mawk "NR % 2 && \$1 > m { m = \$1 } END { print m + 0 }"; done | paste -sd " "'
+shows() { upto "[ \"\$($levels)\" = '$1' ]"; }
 
 board_run "systemctl is-system-running --wait" 120
 check "avd active, its name owned by avd" "$avd_up; systemctl is-active avd;
@@ -47,11 +51,13 @@ check "ring in the start-up state" "$ring" "$state0"
 check "the sensor calibrated from the VPD cache" "cd $sensor && cat in_proximity_calibbias \
   events/in_proximity_thresh_falling_value events/in_proximity_thresh_rising_value" $'37\n80\n240'
 
-board_key o
-check "o: an operation from group ap" "echo '${BOARD_OUT%$'\n'}'; $ring" \
-  $'u 1\nred [pattern] -1 0 400 1 400\ngreen [pattern] 1 0 1 0 1\nblue [pattern] -1 0 400 1 400'
-check "a caller outside ap refused" "runuser -u stranger -- busctl call $BOARD_MANAGER SetOperationInProgress u 0 2>&1" \
-  "Call failed: Access denied"
+# The WAN online: the connected green; offline again: amber.
+board_key w
+check "w: WAN online, connected, ap-wan-online at Upstart" "$(upto "$(log board-peer@upstart 'upstart ap-wan-online') >/dev/null")
+  $(shows '0 1 0') busctl get-property $status WanOnline LightState | paste -sd ' '; $levels" $'b true u 1\n0 1 0'
+board_key w
+check "w again: WAN offline" "$(shows '1 1 0') busctl get-property $status WanOnline LightState | paste -sd ' '; $levels" \
+  $'b false u 2\n1 1 0'
 
 board_run "${capture/CHANNELS/1}"
 board_key b
@@ -66,13 +72,12 @@ board_run "${capture/CHANNELS/2}"
 board_key s
 check "s again: setup done, the chime on the card" "${captured/CLIP/network_creation}" captured
 
-board_key w
-check "w: WAN online, connected, ap-wan-online at Upstart" "$(upto "$(log board-peer@upstart 'upstart ap-wan-online') >/dev/null")
-  busctl get-property $status WanOnline
-  $(upto "grep -qx '1 1 1 1' /sys/class/leds/ring:green:status/pattern") $ring" $'b true\n'"$green"
-board_key w
-check "w again: WAN offline" "$(upto "$(log avd 'WAN is offline') >/dev/null") busctl get-property $status WanOnline" \
-  "b false"
+# An operation shows over every other state for 30 s: after the others.
+board_key o
+check "o: an operation from group ap" "echo '${BOARD_OUT%$'\n'}'; $ring" \
+  $'u 1\nred [pattern] -1 0 400 1 400\ngreen [pattern] 1 0 1 0 1\nblue [pattern] -1 0 400 1 400'
+check "a caller outside ap refused" "runuser -u stranger -- busctl call $BOARD_MANAGER SetOperationInProgress u 0 2>&1" \
+  "Call failed: Access denied"
 
 board_key h
 check "h: a wave prioritises the default device, with its metric" \
