@@ -19,7 +19,7 @@ board_boot() {
   # No KVM for an ARM guest here: TCG, one thread per CPU.
   qemu-system-arm -M virt -m 1024 -smp 2 -nic none -display none \
     -kernel "$image/vmlinuz" -initrd "$image/initrd" -dtb "$image/board.dtb" \
-    -append "console=ttyAMA0 rdinit=/sbin/init quiet systemd.show_status=0 systemd.journald.forward_to_console=1" \
+    -append "console=ttyAMA0 rdinit=/sbin/init quiet systemd.show_status=0" \
     -serial "file:$BOARD_DIR/console.log" \
     -device virtio-serial-device \
     -chardev "pipe,id=agent,path=$BOARD_DIR/agent" \
