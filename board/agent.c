@@ -2,6 +2,9 @@
 // through /dev/uinput, names it in the platform settings file, and then
 // answers the host over the virtio-serial port "board", one line at a time:
 //   press      a press and a release of the button; answers "@ 0"
+//   hand MS    the hand over the proximity sensor: below its falling
+//              threshold, MS ms later above its rising one, then back
+//              between them; answers "@ 0", or "@ 1" without a sensor
 //   anything   run by bash with its output on the port; answers "@ STATUS"
 // The host puts a time-out on every answer it waits for.
 #define _GNU_SOURCE
@@ -21,6 +24,7 @@
 #define PORT "/dev/virtio-ports/board"
 #define SETTINGS "/usr/share/ap/platform-settings.sh"
 #define BUTTON_CODE 0x211
+#define SENSOR "/sys/bus/iio/devices/iio:device0/"
 
 static int Fail(const char* what) {
   fprintf(stderr, "board-agent: %s: %s\n", what, strerror(errno));
@@ -85,6 +89,42 @@ static int OpenPort(void) {
   return -1;
 }
 
+static int ReadNumber(const char* name, long* value) {
+  FILE* file = fopen(name, "re");
+  if (!file) return -1;
+  int read = fscanf(file, "%ld", value);
+  fclose(file);
+  return read == 1 ? 0 : -1;
+}
+
+static int WriteNumber(const char* name, long value) {
+  FILE* file = fopen(name, "we");
+  if (!file) return -1;
+  fprintf(file, "%ld\n", value);
+  return fclose(file);
+}
+
+// The sensor's driver stamps each threshold event as the write crosses
+// it: the time between the two writes is the gesture's.
+static int MoveHand(long milliseconds, int port) {
+  long falling, rising;
+  if (ReadNumber(SENSOR "events/in_proximity_thresh_falling_value", &falling) ||
+      ReadNumber(SENSOR "events/in_proximity_thresh_rising_value", &rising) ||
+      falling < 1 || rising < falling) {
+    dprintf(port, "board-agent: no proximity sensor with thresholds at " SENSOR "\n");
+    return 1;
+  }
+  struct timespec wait = {milliseconds / 1000, milliseconds % 1000 * 1000000};
+  if (WriteNumber(SENSOR "in_proximity_raw", falling - 1) ||
+      nanosleep(&wait, NULL) ||
+      WriteNumber(SENSOR "in_proximity_raw", rising + 1) ||
+      WriteNumber(SENSOR "in_proximity_raw", (falling + rising) / 2)) {
+    dprintf(port, "board-agent: move the hand: %s\n", strerror(errno));
+    return 1;
+  }
+  return 0;
+}
+
 static int Run(const char* command, int port) {
   pid_t pid = fork();
   if (pid == 0) {
@@ -107,7 +147,8 @@ int main(void) {
   if (WriteSettings(event_path) != 0) return Fail("write " SETTINGS);
   printf("touch button at %s\n", event_path);
   fflush(stdout);
-  sd_notify(0, "READY=1");
+  // The commands it runs are not the service: they get no notify socket.
+  sd_notify(1, "READY=1");
 
   int port = OpenPort();
   if (port < 0) return Fail("open " PORT);
@@ -123,6 +164,8 @@ int main(void) {
       Emit(button, EV_SYN, SYN_REPORT, 0);
       Emit(button, EV_KEY, BUTTON_CODE, 0);
       Emit(button, EV_SYN, SYN_REPORT, 0);
+    } else if (strncmp(line, "hand ", 5) == 0) {
+      status = MoveHand(strtol(line + 5, NULL, 10), port);
     } else {
       status = Run(line, port);
     }

@@ -6,6 +6,8 @@
 #   board_boot IMAGE_DIR   boots; waits for the agent (BOARD_BOOT_TIMEOUT s)
 #   board_run CMD [SECS]   runs CMD on the board: output in BOARD_OUT,
 #                          returns its status (124 on a time-out)
+#   board_key KEY          what the view's KEY does (b, o, w, s, h), by
+#                          board_run: the board tests press the same keys
 #   board_off              powers the board off and removes what it made
 
 BOARD_BOOT_TIMEOUT=${BOARD_BOOT_TIMEOUT:-120}
@@ -17,7 +19,7 @@ board_boot() {
   # No KVM for an ARM guest here: TCG, one thread per CPU.
   qemu-system-arm -M virt -m 1024 -smp 2 -nic none -display none \
     -kernel "$image/vmlinuz" -initrd "$image/initrd" -dtb "$image/board.dtb" \
-    -append "console=ttyAMA0 rdinit=/sbin/init quiet systemd.show_status=0 systemd.journald.forward_to_console=1" \
+    -append "console=ttyAMA0 rdinit=/sbin/init quiet systemd.show_status=0" \
     -serial "file:$BOARD_DIR/console.log" \
     -device virtio-serial-device \
     -chardev "pipe,id=agent,path=$BOARD_DIR/agent" \
@@ -51,6 +53,22 @@ board_run() {
   done
   BOARD_LATE=$((BOARD_LATE + 1))
   return 124
+}
+
+BOARD_MANAGER="org.tessaly.ap.AudioVisual /org/tessaly/ap/AudioVisual/Manager org.tessaly.ap.AudioVisual.Manager"
+
+# b the button, o an operation from a caller in group ap, w the WAN
+# online or offline, s setup done or not (the controller's flag), h a hand
+# waved over the proximity sensor (200 ms between its two thresholds).
+board_key() {
+  case $1 in
+    b) board_run press ;;
+    o) board_run "runuser -u apcaller -- busctl call $BOARD_MANAGER SetOperationInProgress u 0 2>&1" ;;
+    w) board_run "systemctl kill -s USR1 board-peer@connection-manager" ;;
+    s) board_run "systemctl kill -s USR1 board-peer@controller" ;;
+    h) board_run "hand 200" ;;
+    *) return 2 ;;
+  esac
 }
 
 board_off() {

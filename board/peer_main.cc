@@ -2,7 +2,8 @@
 // own: board-peer controller|group-monitor|connection-manager|upstart.
 // SIGUSR1 flips what the peer's operator would change (setup done, the WAN
 // online, the group's root), so the board's view drives them with
-// `systemctl kill -s USR1 board-peer@NAME`.
+// `systemctl kill -s USR1 board-peer@NAME`; SIGUSR2 flips the controller's
+// automatic intensity (the brightness following the ambient light).
 #include <signal.h>
 #include <systemd/sd-daemon.h>
 #include <systemd/sd-event.h>
@@ -27,19 +28,33 @@ void Report(const std::string& line) {
   std::fflush(stdout);
 }
 
-// What a started peer does on SIGUSR1.
+// What a started peer does on SIGUSR1 and SIGUSR2.
 using Flip = std::function<void()>;
+Flip flip_other = [] {};
 
 Flip StartController(sd_event* event, const std::string& address,
                      ErrorPtr* error) {
   static ControllerPeer* peer = new ControllerPeer(event, address, Report);
   DeviceConfiguration config;
-  config.set_light_intensity(255);
+  config.set_light_intensity(100);  // percent: the full 255
+  // A wave prioritises this device for ten minutes.
+  DeviceConfiguration::PrioritizedDevice* device =
+      config.mutable_default_prioritized_device();
+  device->set_mac_address("02:00:00:00:00:01");
+  device->set_expiration_time(600);
   peer->SetConfiguration(config);
   RuntimeState state;
   state.set_wan_interface("wan0");
   peer->SetRuntimeState(state);
   if (!peer->Start(error)) return nullptr;
+  flip_other = [] {
+    DeviceConfiguration changed = peer->configuration();
+    changed.set_enable_automatic_intensity(
+        !changed.enable_automatic_intensity());
+    peer->SetConfiguration(changed);
+    Report(changed.enable_automatic_intensity() ? "automatic intensity on"
+                                                : "automatic intensity off");
+  };
   return [] {
     peer->SetSetupCompleted(!peer->setup_completed());
     Report(peer->setup_completed() ? "setup completed" : "setup not completed");
@@ -110,6 +125,7 @@ int main(int argc, char** argv) {
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGUSR1);
+  sigaddset(&signals, SIGUSR2);
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   sd_event* event = nullptr;
   sd_event_default(&event);
@@ -122,6 +138,7 @@ int main(int argc, char** argv) {
   }
   sd_event_add_signal(event, nullptr, SIGTERM, nullptr, nullptr);
   sd_event_add_signal(event, nullptr, SIGUSR1, OnFlip, &flip);
+  sd_event_add_signal(event, nullptr, SIGUSR2, OnFlip, &flip_other);
   sd_notify(0, "READY=1");
   return sd_event_loop(event);
 }
