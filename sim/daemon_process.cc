@@ -81,6 +81,11 @@ void DaemonProcess::OnExited(int status) {
   loop_->PostTask([this] { Start(); });
 }
 
+void DaemonProcess::AskToStop() {
+  restart_pending_ = false;
+  if (child_ && child_->running()) child_->Signal(SIGTERM);
+}
+
 void DaemonProcess::Stop() {
   stop_timer_.Stop();
   restart_pending_ = false;

@@ -37,6 +37,8 @@ class DaemonProcess {
   ~DaemonProcess();
 
   void Start();
+    // Sends SIGTERM and returns: Stop() then waits for the end.
+  void AskToStop();
   // Blocks until the daemon ended (SIGTERM, then SIGKILL after a grace).
   void Stop();
   // The peers keep serving while the daemon ends: it may be waiting on one
