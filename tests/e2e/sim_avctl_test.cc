@@ -73,7 +73,7 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
   for (const auto& c : kCases) {
     std::string output;
     EXPECT_EQ(RunProgram(c.program, c.args, &output), c.status) << c.args << "\n" << output;
-        EXPECT_THAT(output, HasSubstr(c.says)) << c.args;
+    EXPECT_THAT(output, HasSubstr(c.says)) << c.args;
   }
   unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
   // A machine without a system bus, as most workstations are.
