@@ -94,7 +94,7 @@ struct SimState {
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
 // device inputs and the daemon under test. Reports every injected event and
-// every observed outcome as one line (see sim-readme for the forms).
+// every observed outcome as one line (docs/simulator.md lists the forms).
 class Simulator {
  public:
   class Observer {
