@@ -169,8 +169,9 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
     }
   }
   // The press and its click, each named in its own row; the state bands
-  // named; the grace period drawn.
-  for (const char* label : {">press<", ">click<", ">1 online<", ">6 operation<", ">grace "}) {
+  // named; the grace period, ended by the WAN coming online.
+  for (const char* label : {">press<", ">click<", ">1 online<", ">6 operation<",
+                            ", connected<"}) {
     EXPECT_NE(picture.find(label), std::string::npos) << label;
   }
   ASSERT_EQ(image.width, unsigned(kTimelineLeft + kTimelineWidth) + 110);
