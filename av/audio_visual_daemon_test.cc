@@ -7,7 +7,7 @@
 #include <atomic>
 #include <tuple>
 
-#include "av/mock_lighting_client.h"
+#include "tests/fixtures/mock_lighting_client.h"
 #include "av/prioritized_device.h"
 #include "common/mock_configuration_monitor.h"
 #include "common/upstart_client.h"

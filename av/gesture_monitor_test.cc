@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "av/fake_iio_event_stream.h"
+#include "tests/fixtures/fake_iio_event_stream.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"
 

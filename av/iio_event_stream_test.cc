@@ -7,7 +7,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "av/fake_iio_event_stream.h"
+#include "tests/fixtures/fake_iio_event_stream.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"
 

@@ -14,7 +14,7 @@
 
 #include <gmock/gmock.h>
 
-#include "av/fake_input_device.h"
+#include "tests/fixtures/fake_input_device.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"
 #include "tests/fixtures/temp_dir.h"

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "av/mock_lighting_client.h"
+#include "tests/fixtures/mock_lighting_client.h"
 #include "platform/exported_object.h"
 #include "platform/fake_task_loop.h"
 #include "tests/fixtures/log_capture.h"

@@ -81,6 +81,14 @@ const char* StateName(uint64_t state) {
   }
 }
 
+// What a timed state is, for the two whose inside names say little; the
+// inside name follows, as the properties carry it.
+std::string TimedStateName(const std::string& name) {
+  if (name == "wan_failure") return "start-up grace period (wan_failure)";
+  if (name == "setup_complete") return "online after setup (setup_complete)";
+  return name;
+}
+
 }  // namespace
 
 int ReadProperties(sd_bus_message* m, Properties* properties) {
@@ -167,7 +175,7 @@ std::string FormatStatus(const Properties& properties, int64_t now_wall_us) {
                                 : ""));
   std::string timed;
   for (const auto& [name, value] : get("TimedStates").strings) {
-    std::string item = name;
+    std::string item = TimedStateName(name);
     if (!value.empty()) item += " \"" + value + "\"";
     item += left(name);
     timed += timed.empty() ? item : "\n" + std::string(18, ' ') + item;

@@ -36,6 +36,9 @@ TEST(FormatStatusTest, TimeLeftIsRoundedUpToWholeSeconds) {
     const std::string status = StatusWithDeadlines(c.left_us, c.left_us);
     EXPECT_THAT(status, HasSubstr(std::string("vox \"in_progress\", ") + c.shown))
         << c.left_us;
+    EXPECT_THAT(status, HasSubstr(std::string("start-up grace period (wan_failure), ") +
+                                  c.shown))
+        << c.left_us;
     EXPECT_THAT(status, HasSubstr(std::string("(decided by the start-up grace "
                                               "period, ") + c.shown +
                                   ", wan_failure)\n"))

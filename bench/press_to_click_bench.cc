@@ -24,7 +24,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "av/fake_input_device.h"
+#include "tests/fixtures/fake_input_device.h"
 #include "av/input_manager.h"
 #include "platform/event_loop.h"
 #include "platform/logging.h"

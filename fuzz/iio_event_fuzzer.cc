@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-#include "av/fake_iio_event_stream.h"
+#include "tests/fixtures/fake_iio_event_stream.h"
 #include "av/gesture_monitor.h"
 #include "fuzz/fuzz_support.h"
 #include "platform/fake_task_loop.h"

@@ -17,13 +17,18 @@ struct ProgramHelp {
   const char* version = nullptr;
   // The source file that defines the program's own flags (its __FILE__).
   const char* flags_file = nullptr;
+  // How many words, besides flags, the program takes.
+  int max_arguments = 0;
 };
 
-// Parses the command line (gflags) and removes the flags it took. "--help",
+// Parses the command line (gflags) and removes the flags it took, leaving
+// the other words in argv[1..]. "--help" (or "-h" or "help" alone),
 // "--helpfull" and "--helpshort" print the program's name, the summary, the
 // usage, the flags defined in |help.flags_file| (not the 40-odd of the
 // libraries it links, nor their build paths) and the details, and exit
-// with 0; "--version" prints "<name> <version>" and exits with 0. A bad flag
+// with 0; "--version" prints "<name> <version>" and exits with 0. An
+// unknown flag, or more words than |help.max_arguments|, prints what is
+// wrong and the usage and exits with 64 (EX_USAGE); a bad flag value
 // prints why and exits with 1.
 void ParseCommandLine(int* argc, char*** argv, const ProgramHelp& help);
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -79,6 +80,23 @@ void DaemonProcess::OnExited(int status) {
   stop_timer_.Stop();
   // Not from inside the ended child's own callback.
   loop_->PostTask([this] { Start(); });
+}
+
+void DaemonProcess::AskToStop(int64_t wait_us) {
+  restart_pending_ = false;
+  if (!child_ || !child_->running()) return;
+  child_->Signal(SIGTERM);
+  constexpr int64_t kStepUs = 5'000;
+  for (int64_t waited = 0; waited < wait_us; waited += kStepUs) {
+    siginfo_t info{};
+    // WNOWAIT leaves the child to be reaped by Stop().
+    if (waitid(P_PID, static_cast<id_t>(child_->pid()), &info,
+               WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid != 0) {
+      return;
+    }
+    usleep(kStepUs);
+  }
 }
 
 void DaemonProcess::Stop() {

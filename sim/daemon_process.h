@@ -37,6 +37,9 @@ class DaemonProcess {
   ~DaemonProcess();
 
   void Start();
+  // Sends SIGTERM and waits up to |wait_us| for the daemon to end, without
+  // reaping it: Stop() then reports the end.
+  void AskToStop(int64_t wait_us);
   // Blocks until the daemon ended (SIGTERM, then SIGKILL after a grace).
   void Stop();
   // The peers keep serving while the daemon ends: it may be waiting on one

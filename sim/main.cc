@@ -1,12 +1,15 @@
 // ap-sim: the whole access point on a workstation around the production
-// daemon. See sim-readme for the commands, keys and output lines.
+// daemon. docs/simulator.md tells the commands, keys and output lines.
 
+#include <fcntl.h>
 #include <gflags/gflags.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <filesystem>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -18,7 +21,7 @@
 #include "sim/terminal_ui.h"
 
 DEFINE_bool(script, false,
-            "Read commands from stdin and print events as lines; unset, the "
+            "Read commands from stdin (or FILE) and print events as lines; unset, the "
             "mode is chosen by whether stdin and stdout are terminals");
 DEFINE_string(avd, "",
               "Path of the daemon binary; empty: the build tree's av/avd "
@@ -156,10 +159,25 @@ int Main(bool script) {
 int main(int argc, char** argv) {
   morvane::ap::ParseCommandLine(
       &argc, &argv,
-      morvane::ap::kUsage,
-      __FILE__);
+      {.summary = morvane::ap::kUsage,
+       .usage = "ap-sim [--script] [FLAGS...] [FILE]",
+       .details = "FILE holds script commands, one a line; it makes the run a "
+                  "script, as --script\nwith the commands on standard input "
+                  "does.\n",
+       .flags_file = __FILE__,
+       .max_arguments = 1});
   bool script = FLAGS_script;
-  if (gflags::GetCommandLineFlagInfoOrDie("script").is_default) {
+  if (argc == 2) {
+    // The script's commands come from FILE in place of standard input.
+    const int fd = open(argv[1], O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || dup2(fd, STDIN_FILENO) < 0) {
+      fprintf(stderr, "ap-sim: Failed to open the script %s: %s\n", argv[1],
+              strerror(errno));
+      return morvane::ap::kExitFailed;
+    }
+    close(fd);
+    script = true;
+  } else if (gflags::GetCommandLineFlagInfoOrDie("script").is_default) {
     script = !isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO);
   }
   return morvane::ap::Main(script);

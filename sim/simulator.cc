@@ -197,8 +197,10 @@ void Simulator::RestartAvd() {
 void Simulator::Shutdown() {
   if (shut_down_) return;
   shut_down_ = true;
-  // The peers go first: a daemon blocked on a call to one of them gets its
-  // answer (an error) and can end.
+  // The daemon is asked first, so that it ends without seeing its peers
+  // leave (and saying so); the peers go next, after at most 2 s: a daemon
+  // blocked on a call to one of them gets its answer (an error) and can end.
+  if (daemon_) daemon_->AskToStop(2'000'000);
   upstart_.reset();
   connection_manager_.reset();
   group_monitor_.reset();

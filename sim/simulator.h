@@ -1,3 +1,34 @@
+// The platform simulator (ap-sim): the production avd on a private bus,
+// with the daemon's peers and a simulated device around it. A map of sim/:
+//
+// The world
+//   simulator.h         this header: starts the world, applies commands to
+//                       it, reports what happens as lines and SimState
+//   sim_directory.h     the temporary directory: sysroot, settings, VPD
+//                       cache, clips, logs, the daemon's environment
+//   daemon_process.h    avd as a child: start, stop, restart, its exit
+//   daemon_client.h     the simulator's own calls to the daemon's Manager
+//   device_inputs.h     the touch FIFO and the proximity sensor's records
+//   device_controls.h   ambient level, VPD cache and sensor attributes
+//   sysfs_board.h       the LED and IIO tree for --sysfs_lights
+//   iio_preload.c       preloaded into avd: the sensor's event ioctl
+//   file_watcher.h      follows the libraries' logs and attribute files
+//   library_log.h       a stand-in library's log line as an output line
+//   sound_output.h      sounds to the sound card or a capture file
+//   (the peers, bus and child processes are peers/, shared with the board)
+//
+// The session
+//   commands.h          the command language that keys and scripts share
+//   record.h            every line stamped, events.log, the timeline
+//   timeline.h          the session drawn as an SVG picture
+//
+// The views (ap-sim only, not in sim_core)
+//   main.cc             flags, exit statuses, picks the view
+//   script_ui.h         script mode: commands in, one line per event out
+//   terminal_ui.h       interactive mode: keys, redraws, the terminal
+//   view_frame.h        one frame of the terminal view, as text
+//   ring_colours.h      each state's colour and name (view and timeline)
+
 #ifndef SIM_SIMULATOR_H_
 #define SIM_SIMULATOR_H_
 
@@ -6,20 +37,19 @@
 #include <memory>
 #include <string>
 
-#include "platform/error.h"
 #include "peers/child_process.h"
 #include "peers/connection_manager_peer.h"
 #include "peers/controller_peer.h"
+#include "peers/group_monitor_peer.h"
+#include "peers/upstart_peer.h"
+#include "platform/error.h"
 #include "sim/daemon_client.h"
 #include "sim/daemon_process.h"
 #include "sim/device_controls.h"
 #include "sim/file_watcher.h"
-#include "peers/group_monitor_peer.h"
 #include "sim/sim_directory.h"
 #include "sim/sound_output.h"
 #include "sim/sysfs_board.h"
-#include "peers/upstart_peer.h"
-
 
 namespace morvane::ap {
 
@@ -64,7 +94,7 @@ struct SimState {
 
 // The whole simulated device: a private bus, the sysroot, the peers, the
 // device inputs and the daemon under test. Reports every injected event and
-// every observed outcome as one line (see sim-readme for the forms).
+// every observed outcome as one line (docs/simulator.md lists the forms).
 class Simulator {
  public:
   class Observer {

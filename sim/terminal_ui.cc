@@ -76,16 +76,18 @@ void TerminalUi::Stop() {
   loop_->HandleSignal(SIGWINCH, [] {}, nullptr);
   (void)!write(STDOUT_FILENO, kLeave, sizeof(kLeave) - 1);
   tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
-  const size_t shown = std::min<size_t>(log_.size(), 8);
+  // The last few lines, as the view showed them, so that what happened
+  // last stays on the terminal.
+  const size_t shown = std::min<size_t>(log_.size(), 4);
   for (size_t i = log_.size() - shown; i < log_.size(); ++i) {
-    printf("%s\n", log_[i].c_str());
+    printf(" %s\n", ShortenDaemonLine(log_[i]).c_str());
   }
   fflush(stdout);
 }
 
 void TerminalUi::OnLine(const std::string& line) {
   if (!active_) {
-    printf("%s\n", line.c_str());
+    printf(" %s\n", ShortenDaemonLine(line).c_str());
     fflush(stdout);
   }
   log_.push_back(line);

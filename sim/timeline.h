@@ -34,10 +34,14 @@ constexpr int kStateBandTop = 40;
 constexpr int kStateBandHeight = 36;
 
 // A plain SVG picture of a session that ended (so far) at |end_ms|: the
-// light-state band with its transitions marked, the master brightness as a
-// curve, and a row each for the WAN, the group, setup, operations and the
-// timed LED states (with their durations), presses and clicks, waves and
-// the controller's Set, sounds and the daemon's starts and exits.
+// light-state band, each stretch named (inside the band, or in a lane
+// under it when it is too narrow) with its transitions marked; the master
+// brightness as a curve; a row each for the WAN, the group, setup, the
+// start-up grace period, operations, the timed LED states, presses, waves
+// and the controller's Set, every sound (the touch click among them),
+// and each run of the daemon; then a legend of the colours and marks.
+// No two texts overlap: a label with no room is left out (a state's name
+// falls back to its number first).
 std::string RenderTimeline(const std::vector<TimelineEntry>& entries,
                            int64_t end_ms);
 

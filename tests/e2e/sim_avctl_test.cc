@@ -22,10 +22,10 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// Runs avctl |args| (cut after 10 s); returns its exit status, and what it
-// printed in |output|.
-int RunAvctl(const std::string& args, std::string* output) {
-  FILE* out = popen(("timeout 10 " AVCTL_BINARY " " + args + " 2>&1").c_str(), "r");
+// Runs |program| with |args| (cut after 10 s); returns its exit status, and
+// what it printed in |output|.
+int RunProgram(const std::string& program, const std::string& args, std::string* output) {
+  FILE* out = popen(("timeout 10 " + program + " " + args + " 2>&1").c_str(), "r");
   char buffer[4096];
   output->clear();
   while (size_t n = fread(buffer, 1, sizeof(buffer), out)) output->append(buffer, n);
@@ -33,34 +33,56 @@ int RunAvctl(const std::string& args, std::string* output) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// What avctl says of its command line, before any bus: usage errors exit
-// 64, a valid request without a bus says where to find one.
+int RunAvctl(const std::string& args, std::string* output) {
+  return RunProgram(AVCTL_BINARY, args, output);
+}
+
+// What avctl, avd and ap-sim say of their command lines, before any bus:
+// usage errors exit 64, a valid request without a bus says where to find
+// one.
 TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
   const struct {
+    const char* program;
     const char* args;
     int status;
     const char* says;
   } kCases[] = {
-      {"help", 0, "Usage: avctl"},
-      {"--help", 0, "Usage: avctl"},
-      {"", 64, "missing command"},
-      {"bogus", 64, "unknown command bogus"},
-      {"--bogus status", 64, "unknown option --bogus"},
-      {"status now", 64, "status takes no arguments"},
-      {"op succeed -1", 64, "invalid operation ID -1: a number from 0 to"},
-      {"op succeed 4294967296", 64, "invalid operation ID 4294967296"},
-      {"led vox x 4294967296", 64, "invalid number of seconds 4294967296"},
-      {"led vox x", 64, "led takes NAME VALUE SECONDS"},
-      {"op succeed 4294967295", 1, "or set DBUS_SYSTEM_BUS_ADDRESS"},
-      {"led vox x 4294967295", 1, "Run it inside the simulator"},
+      {AVD_BINARY, "-h", 0, "Usage: avd"},
+      {AVD_BINARY, "help", 0, "Usage: avd"},
+      {AVD_BINARY, "--bogus", 64, "avd: unknown option '--bogus'"},
+      {AVD_BINARY, "--v 1 stray", 64, "avd: unexpected argument 'stray'"},
+      {AVD_BINARY, "-- --version", 64, "unexpected argument '--version'"},
+      {AVD_BINARY, "--nologtostderr --v=1 --version", 0, "avd 1"},
+      {AP_SIM_BINARY, "--script one two", 64, "unexpected argument 'two'"},
+      {AP_SIM_BINARY, "--script /nonexistent/script", 1,
+       "Failed to open the script /nonexistent/script"},
+      {AVCTL_BINARY, "help", 0, "Usage: avctl"},
+      {AVCTL_BINARY, "--help", 0, "Usage: avctl"},
+      {AVCTL_BINARY, "", 64, "missing command"},
+      {AVCTL_BINARY, "bogus", 64, "unknown command bogus"},
+      {AVCTL_BINARY, "--bogus status", 64, "unknown option --bogus"},
+      {AVCTL_BINARY, "status now", 64, "status takes no arguments"},
+      {AVCTL_BINARY, "op succeed -1", 64, "invalid operation ID -1: a number from 0 to"},
+      {AVCTL_BINARY, "op succeed 4294967296", 64, "invalid operation ID 4294967296"},
+      {AVCTL_BINARY, "led vox x 4294967296", 64, "invalid number of seconds 4294967296"},
+      {AVCTL_BINARY, "led vox x", 64, "led takes NAME VALUE SECONDS"},
+      {AVCTL_BINARY, "op succeed 4294967295", 1, "or set DBUS_SYSTEM_BUS_ADDRESS"},
+      {AVCTL_BINARY, "led vox x 4294967295", 1, "Run it inside the simulator"},
   };
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
   for (const auto& c : kCases) {
     std::string output;
-    EXPECT_EQ(RunAvctl(c.args, &output), c.status) << c.args << "\n" << output;
+    EXPECT_EQ(RunProgram(c.program, c.args, &output), c.status) << c.args << "\n" << output;
     EXPECT_THAT(output, HasSubstr(c.says)) << c.args;
   }
   unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+  // A machine without a system bus, as most workstations are.
+  if (access("/run/dbus/system_bus_socket", F_OK) != 0) {
+    std::string output;
+    EXPECT_EQ(RunProgram(AVD_BINARY, "", &output), 69) << output;
+    EXPECT_THAT(output, HasSubstr("Run the daemon inside the simulator "
+                                  "(scripts/sim), or set DBUS_SYSTEM_BUS_ADDRESS"));
+  }
 }
 
 class SimAvctlTest : public testing::Test {

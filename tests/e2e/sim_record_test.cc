@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,27 @@ std::vector<std::pair<int64_t, std::string>> ReadEvents(const std::string& path)
   return events;
 }
 
+// Each text of an SVG picture as the box it covers: from its baseline's
+// start, as wide as its characters at 0.6 of the font size (wide for a
+// sans-serif font), from a font size above the baseline to a quarter below.
+struct TextBox {
+  double x0, y0, x1, y1;
+  std::string text;
+};
+std::vector<TextBox> TextBoxes(const std::string& svg) {
+  static const std::regex kText(
+      "<text x=\"([0-9.-]+)\" y=\"([0-9.-]+)\" font-size=\"([0-9.]+)\"[^>]*>([^<]*)</text>");
+  std::vector<TextBox> boxes;
+  for (std::sregex_iterator it(svg.begin(), svg.end(), kText), end; it != end; ++it) {
+    const double x = std::stod((*it)[1]), y = std::stod((*it)[2]);
+    const double size = std::stod((*it)[3]);
+    const std::string text =
+        std::regex_replace((*it)[4].str(), std::regex("&[a-z]+;"), "&");
+    boxes.push_back({x, y - size, x + 0.6 * size * text.size(), y + size / 4, text});
+  }
+  return boxes;
+}
+
 TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
   const std::string svg = testing::TempDir() + "/session.svg";
   const std::string png = testing::TempDir() + "/session.png";
@@ -118,15 +140,42 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
        {"wan online", "wait \"light state 1\"", "sleep 1500", "group failure",
         "wait \"light state 2\"", "sleep 1500", "op start", "wait \"light state 6\"",
         "sleep 1500", "op fail", "wait \"operation failed\"", "sleep 1500",
-        "group ok", "wait \"light state 1\"", "sleep 1500", "echo end", "quit"}) {
+        "group ok", "wait \"light state 1\"", "sleep 1500", "press",
+        "wait \"sound touch_feedback\"", "echo end", "quit"}) {
     sim.Send(command);
   }
   ASSERT_EQ(sim.WaitForExit(30'000), std::optional<int>(0)) << sim.Transcript();
   ASSERT_TRUE(sim.WaitForLine("kept " + kept.dir)) << sim.Transcript();
+  // A quit is quiet: the daemon ends before its peers leave, so it never
+  // sees the WAN go or the group clear.
+  const size_t quit = sim.Expect("echo end");
+  for (size_t i = quit; i < sim.lines().size(); ++i) {
+    EXPECT_FALSE(sim.lines()[i].starts_with("light state") ||
+                 sim.lines()[i].find("WAN is offline") != std::string::npos)
+        << sim.lines()[i];
+  }
   const auto events = ReadEvents(kept.dir + "/events.log");
   ASSERT_EQ(system(("timeout 30 rsvg-convert -o " + png + " " + svg).c_str()), 0);
   const Image image = ReadPng(png);
+  std::ifstream svg_file(svg);
+  const std::string picture((std::istreambuf_iterator<char>(svg_file)), {});
+  const std::vector<TextBox> boxes = TextBoxes(picture);
+  for (size_t i = 0; i < boxes.size(); ++i) {
+    for (size_t j = i + 1; j < boxes.size(); ++j) {
+      const TextBox &a = boxes[i], &b = boxes[j];
+      EXPECT_FALSE(a.x0 < b.x1 && b.x0 < a.x1 && a.y0 < b.y1 && b.y0 < a.y1)
+          << "\"" << a.text << "\" at " << a.x0 << "," << a.y1 << " overlaps \""
+          << b.text << "\" at " << b.x0 << "," << b.y1;
+    }
+  }
+  // The press and its click, each named in its own row; the state bands
+  // named; the grace period, ended by the WAN coming online.
+  for (const char* label : {">press<", ">click<", ">1 online<", ">6 operation<",
+                            ", connected<"}) {
+    EXPECT_NE(picture.find(label), std::string::npos) << label;
+  }
   ASSERT_EQ(image.width, unsigned(kTimelineLeft + kTimelineWidth) + 110);
+  ASSERT_GT(boxes.size(), 30u);
 
   // The timeline ends when it is written, just before it says so.
   ASSERT_FALSE(events.empty());
@@ -137,8 +186,8 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
   int64_t since = 0;
   for (const auto& [ms, line] : events) {
     int next = state;
-    // What follows "echo end" is the shutdown: the peers leave first, and
-    // the daemon may still show that.
+        // What follows "echo end" is the shutdown.
+
     const bool end = line == "echo end";
     if (!end && sscanf(line.c_str(), "light state %d", &next) < 1 &&
         sscanf(line.c_str(), "light transition %d", &next) < 1) {
