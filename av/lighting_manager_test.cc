@@ -150,10 +150,10 @@ TEST_F(LightingManagerTest, SetupActivityShowsOnlyInSetupModeAndExpiresBackToSet
   Seconds(15);
 
   ExpectState(kLightStateSetupActivity);
-  EXPECT_TRUE(SetLedState("setup_activity", "", 3));
+  EXPECT_TRUE(SetLedState("setup_activity", "", 1));  // the shortest
   Verify();
   ExpectState(kLightStateSetup);
-  Seconds(3);
+  Seconds(1);
 }
 
 TEST_F(LightingManagerTest, SetupCompletedHoldsOnlineThenShowsWanFailure) {

@@ -48,6 +48,7 @@ TEST(LightConfigTest, MalformedLineIsNamedAndLeavesItsKeyAlone) {
       {"state.16 = red", "\"state.16\" needs a number 0..15"},
       {"state.1 =", "\"state.1\" has no value"},
       {"state.1 = #12345", "\"#12345\" is not a colour (#rrggbb or a name)"},
+      {"state.1 = 1234567", "\"1234567\" is not a colour (#rrggbb or a name)"},
       {"state.1 = red blink", "expected solid, blink MS, breathe MS or pattern LEVEL MS LEVEL MS..."},
       {"state.1 = red pattern 0 100 256 100", "pattern levels must be 0..255 and durations 0..60000 ms"},
       {"state.1 = red pattern 0 0 255 0", "a pattern needs a step that lasts"},

@@ -164,6 +164,9 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
       {Call("Next", ""), kInvalidArgs, "Too few parameters in a method call"},
       {Call("Next", "uu", 1, 2), kInvalidArgs, "Too many parameters in a method call"},
       {Call("SetState", "ssi", "ok", "v", 3), kInvalidArgs, "Method parameter type mismatch"},
+      // A name is matched whole.
+      {Call("Nex", "u", 1), "org.freedesktop.DBus.Error.UnknownMethod",
+       "Unknown method Nex or interface org.tessaly.Test.Lights."},
   };
 
   ASSERT_TRUE(next && ok);

@@ -26,6 +26,8 @@ TEST(SysrootTest, PrefixesFixedPathsOnlyWhenTheVariableIsSet) {
 
     EXPECT_EQ(SysrootPath("/var/cache/vpd/full-v2.txt"), c.expected);
   }
+  setenv(kSysrootVariable, "/tmp/sim", 1);
+  EXPECT_EQ(SysrootPath("relative"), "/tmp/sim/relative");
   unsetenv(kSysrootVariable);
 }
 

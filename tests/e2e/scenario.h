@@ -26,10 +26,13 @@ inline const ScenarioStep kScenario[] = {
     {"op succeed", {"operation succeeded id=1", "light transition 0 0"}},
     {"op start", {"operation started id=2", "light state 6"}},
     {"op fail", {"operation failed id=2", "light state 0"}},
-    {"led wan_failure x 10", {"led error org.freedesktop.DBus.Error"}},
+    // The largest duration reaches the daemon, which refuses the name.
+    {"led wan_failure x 4294967295", {"led error org.freedesktop.DBus.Error"}},
     {"wan online", {"light state 1", "upstart ap-wan-online"}},
     {"group failure", {"light state 2"}},
     {"group ok", {"light state 1"}},
+    // The record holds a byte: 255 % is taken as it comes and wraps.
+    {"intensity 255", {"brightness 138"}},
     {"intensity 100", {"brightness 255"}},
     {"setup reset", {"light state 3"}},
     // An operation outranks setup, and setup shows again once it ends.

@@ -65,6 +65,8 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
       {AVCTL_BINARY, "op succeed -1", 64, "invalid operation ID -1: a number from 0 to"},
       {AVCTL_BINARY, "op succeed 4294967296", 64, "invalid operation ID 4294967296"},
       {AVCTL_BINARY, "led vox x 4294967296", 64, "invalid number of seconds 4294967296"},
+      // strtoull negates what follows a minus: this one would come out as 1.
+      {AVCTL_BINARY, "led vox x -18446744073709551615", 64, "invalid number of seconds"},
       {AVCTL_BINARY, "led vox x", 64, "led takes NAME VALUE SECONDS"},
       {AVCTL_BINARY, "op succeed 4294967295", 1, "or set DBUS_SYSTEM_BUS_ADDRESS"},
       {AVCTL_BINARY, "led vox x 4294967295", 1, "Run it inside the simulator"},
