@@ -12,8 +12,8 @@ trap "exit 130" INT TERM
 board_boot "$build/board-image" || { echo "board: the agent never answered"; exit 1; }
 
 passed=0 failed=0
-check() {  # NAME COMMAND EXPECTED: COMMAND's output on the board
-  board_run "$2" 60
+check() {  # NAME COMMAND EXPECTED [SECONDS]: COMMAND's output on the board
+  board_run "$2" "${4:-60}"
   if [ "$BOARD_OUT" = "$3"$'\n' ]; then
     passed=$((passed + 1)); echo "ok   $1"
   else
@@ -107,6 +107,15 @@ check "kill -9: restarted, ring back" "kill -9 \$(systemctl show -p MainPID --va
 check "SIGHUP leaves the daemon" "systemctl kill -s HUP avd; sleep 3; $avd_up; systemctl is-active avd" active
 check "each log line once in the journal" "journalctl -o cat _SYSTEMD_INVOCATION_ID=\$(systemctl show -p InvocationID --value avd) |
   grep -c -e 'ring of 3 LEDs' -e 'Applying lighting configuration'" 2
+# The start-up grace in real time, once: the daemon restarted above with
+# the WAN offline shows the start-up state for 60 s, then the WAN failure.
+# Seconds between the two lines in the journal, rounded.
+at='journalctl -o short-monotonic _SYSTEMD_INVOCATION_ID=$inv | grep -F "Light state $1, decided by $2" |
+  head -1 | sed "s/^\[ *\([0-9]*\)\.\([0-9]*\)\].*/\1\2/"'
+check "the start-up grace: 60 s, then the WAN failure" "inv=\$(systemctl show -p InvocationID --value avd)
+  at() { $at; }
+  timeout 80 bash -c \"until journalctl -o cat _SYSTEMD_INVOCATION_ID=\$inv | grep -q 'Light state 2'; do sleep 1; done\"
+  echo \$(( (\$(at 2 not_connected) - \$(at 0 wan_failure) + 500000) / 1000000 ))" 60 90
 
 echo "board: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]
