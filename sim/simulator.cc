@@ -215,7 +215,12 @@ void Simulator::Shutdown() {
   directory_.reset();
 }
 
-void Simulator::Quit() { loop_->Quit(0); }
+void Simulator::Quit() {
+  // The daemon first: the loop's end closes the peers' connections (sd-bus
+  // closes a bus whose loop exits), which a running daemon would report.
+  if (daemon_) daemon_->AskToStop(2'000'000);
+  loop_->Quit(0);
+}
 
 void Simulator::SetWan(bool online) {
   state_.wan_online = online;
