@@ -1,27 +1,22 @@
 // Start-up of the real avd binary against a private bus.
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <regex>
 #include <string>
 #include <vector>
 
-#include "peers/child_process.h"
-#include "sim/sim_directory.h"
 #include "tests/fixtures/avd_process.h"
 #include "tests/fixtures/dbus_daemon_fixture.h"
 #include "tests/fixtures/temp_dir.h"
@@ -36,15 +31,7 @@ using ::testing::UnorderedElementsAre;
 
 constexpr char kClip[] = "/usr/share/sounds/ap/network_creation.raw";
 
-class AvdStartupTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string error;
-    ASSERT_TRUE(bus_.Start(&error)) << error;
-  }
-
-  DbusDaemonFixture bus_;
-};
+using AvdStartupTest = AvdTest;
 
 // SIGHUP and SIGUSR1 come first: either of them ending the daemon would show
 // as death by that signal instead of the exit with 0.
@@ -93,10 +80,8 @@ TEST_F(AvdStartupTest, InitialisesTheLightInItsModeShowsStartupAndEndsOnSignal) 
 // name appear may call it at once.
 TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOwned) {
   AvdProcess avd(bus_.address());
-  sd_bus* client = bus_.Connect();
-  ASSERT_NE(client, nullptr);
   avd.Start();
-  ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
+  ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
   sd_bus_message* objects = nullptr;
   sd_bus_message* introspection = nullptr;
   sd_bus_message* status = nullptr;
@@ -104,16 +89,16 @@ TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOw
   const char* xml = nullptr;
   const char* status_xml = nullptr;
 
-  ASSERT_GE(sd_bus_call_method(client, kService, "/org/tessaly/ap/AudioVisual",
+  ASSERT_GE(sd_bus_call_method(client_, kService, "/org/tessaly/ap/AudioVisual",
                                "org.freedesktop.DBus.ObjectManager",
                                "GetManagedObjects", nullptr, &objects, ""),
             0);
-  ASSERT_GE(sd_bus_call_method(client, kService,
+  ASSERT_GE(sd_bus_call_method(client_, kService,
                                "/org/tessaly/ap/AudioVisual/Manager",
                                "org.freedesktop.DBus.Introspectable",
                                "Introspect", nullptr, &introspection, ""),
             0);
-  ASSERT_GE(sd_bus_call_method(client, kService,
+  ASSERT_GE(sd_bus_call_method(client_, kService,
                                "/org/tessaly/ap/AudioVisual/Status",
                                "org.freedesktop.DBus.Introspectable",
                                "Introspect", nullptr, &status, ""),
@@ -142,7 +127,6 @@ TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOw
   sd_bus_message_unref(objects);
   sd_bus_message_unref(introspection);
   sd_bus_message_unref(status);
-  sd_bus_flush_close_unref(client);
 }
 
 TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
@@ -172,8 +156,6 @@ TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
 TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
   if (geteuid() != 0) GTEST_SKIP() << "a mount namespace needs root";
   const std::regex line("Ignoring SIGHUP");
-  sd_bus* client = bus_.Connect();
-  ASSERT_NE(client, nullptr);
   // JOURNAL_STREAM: unset; standard error's device and inode; its device
   // with another inode.
   for (int named : {0, 1, 2}) {
@@ -196,7 +178,7 @@ TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
                "for n in null zero urandom; do mount --bind /dev/$n $0/$n; done;"
                " mount --bind $0 /dev && exec \"$@\"",
                dev.path()});
-    ASSERT_TRUE(avd.WaitForName(client)) << avd.Stderr();
+    ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
 
     avd.Signal(SIGHUP);
     avd.Signal(SIGTERM);
@@ -217,7 +199,6 @@ TEST_F(AvdStartupTest, WritesEachLineOnceWhenStandardErrorIsTheJournal) {
     EXPECT_EQ(count(syslogged), journal ? 0 : 1) << syslogged;
     EXPECT_EQ(out.find("<6>service_daemon.cc:") != std::string::npos, journal);
   }
-  sd_bus_flush_close_unref(client);
 }
 
 // The init system restarts a daemon that ends: one without its bus must

@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
@@ -19,8 +18,6 @@
 #include <vector>
 
 #include "tests/fixtures/avd_process.h"
-#include "tests/fixtures/dbus_daemon_fixture.h"
-#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -34,16 +31,8 @@ constexpr char kStatusInterface[] = "org.tessaly.ap.AudioVisual.Status";
 // Longer than any line the daemon writes of its own, shorter than 1 MiB.
 constexpr size_t kLongestLine = 1024;
 
-class HostileInputTest : public testing::Test {
+class HostileInputTest : public AvdTest {
  protected:
-  void SetUp() override {
-    std::string error;
-    ASSERT_TRUE(bus_.Start(&error)) << error;
-    client_ = bus_.Connect();
-    ASSERT_NE(client_, nullptr);
-  }
-  void TearDown() override { sd_bus_flush_close_unref(client_); }
-
   // Whether the daemon answers on the bus now.
   bool Answers() {
     return sd_bus_call_method(client_, kService, "/", "org.freedesktop.DBus.Peer",
@@ -71,9 +60,6 @@ class HostileInputTest : public testing::Test {
       EXPECT_LE(line.size(), kLongestLine) << line.substr(0, 80);
     }
   }
-
-  DbusDaemonFixture bus_;
-  sd_bus* client_ = nullptr;
 };
 
 TEST_F(HostileInputTest, VpdCacheValuesThatAreNotQuotedCostOnlyTheirKey) {

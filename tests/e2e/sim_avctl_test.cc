@@ -21,6 +21,8 @@ namespace morvane::ap {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 // Runs |program| with |args| (cut after 10 s); returns its exit status, and
 // what it printed in |output|.
@@ -33,10 +35,6 @@ int RunProgram(const std::string& program, const std::string& args, std::string*
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-int RunAvctl(const std::string& args, std::string* output) {
-  return RunProgram(AVCTL_BINARY, args, output);
-}
-
 // What avctl, avd and ap-sim say of their command lines, before any bus:
 // usage errors exit 64, a valid request without a bus says where to find
 // one.
@@ -47,7 +45,8 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
     int status;
     const char* says;
   } kCases[] = {
-      {AVD_BINARY, "-h", 0, "Usage: avd"},
+      {AVD_BINARY, "-h", 0, "\n  AVD_SYSROOT "},
+      {AP_SIM_BINARY, "--help", 0, "--script:"},
       {AVD_BINARY, "help", 0, "Usage: avd"},
       {AVD_BINARY, "--bogus", 64, "avd: unknown option '--bogus'"},
       {AVD_BINARY, "--v 1 stray", 64, "avd: unexpected argument 'stray'"},
@@ -78,6 +77,15 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
     EXPECT_THAT(output, HasSubstr(c.says)) << c.args;
   }
   unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+  // Each prints its own usage and flags, none of its libraries'.
+  for (const std::string program : {AVD_BINARY, AP_SIM_BINARY}) {
+    std::string output;
+    EXPECT_EQ(RunProgram(program, "--help", &output), 0) << output;
+    EXPECT_THAT(output, Not(HasSubstr("log_dir"))) << output;
+    if (program == AVD_BINARY) {
+      EXPECT_THAT(output, StartsWith("avd: AV Daemon\n\nUsage: avd "));
+    }
+  }
   // A machine without a system bus, as most workstations are.
   if (access("/run/dbus/system_bus_socket", F_OK) != 0) {
     std::string output;
@@ -101,7 +109,7 @@ class SimAvctlTest : public testing::Test {
   void TearDown() override { unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
 
   int Avctl(const std::string& args, std::string* output) {
-    return RunAvctl(args, output);
+    return RunProgram(AVCTL_BINARY, args, output);
   }
   std::string Status() {
     std::string output;

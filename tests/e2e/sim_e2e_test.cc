@@ -3,7 +3,6 @@
 #include <signal.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -11,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/e2e/scenario.h"
-#include "tests/e2e/sim_process.h"
 
 namespace morvane::ap {
 namespace {
@@ -31,27 +29,6 @@ TEST(SimE2eTest, EveryCapabilityReachesTheDevice) {
                       "channels=1 device=0 bytes=1920 -> 0"),
             1u)
       << sim.Transcript();
-}
-
-// Both programs print their own usage and flags, none of their libraries'.
-TEST(HelpTest, PrintsTheProgramsOwnUsageAndExitsZero) {
-  for (const std::string binary : {AVD_BINARY, AP_SIM_BINARY}) {
-    SCOPED_TRACE(binary);
-    FILE* out = popen(("timeout 10 " + binary + " --help").c_str(), "r");
-    ASSERT_NE(out, nullptr);
-    std::string text;
-    char buffer[4096];
-    while (size_t n = fread(buffer, 1, sizeof(buffer), out)) text.append(buffer, n);
-
-    EXPECT_EQ(pclose(out), 0);
-    EXPECT_EQ(text.find("log_dir"), std::string::npos) << text;
-    if (binary == AVD_BINARY) {
-      EXPECT_EQ(text.rfind("avd: AV Daemon\n\nUsage: avd ", 0), 0u) << text;
-      EXPECT_NE(text.find("\n  AVD_SYSROOT "), std::string::npos) << text;
-    } else {
-      EXPECT_NE(text.find("--script:"), std::string::npos) << text;
-    }
-  }
 }
 
 // Each way of ending the simulator stops the daemon cleanly and leaves no
@@ -85,6 +62,21 @@ TEST(SimShutdownTest, LeavesNothingBehind) {
     }
     EXPECT_FALSE(std::filesystem::exists(dir)) << dir << " is still there";
   }
+}
+
+// With liblightcontrol-sysfs swapped in, under the simulated LED class,
+// light states arrive as LED attributes.
+TEST(SimSysfsLightsTest, LightStatesReachTheLedAttributes) {
+  SimProcess sim;
+  ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY, {"--sysfs_lights"}));
+  EXPECT_TRUE(sim.WaitForPrefix("avd: lightcontrol-sysfs: ring of 12 LEDs: "))
+      << sim.Transcript();
+  // Start-up: white breathing, at the configured intensity's 76 of 255.
+  sim.Expect("ring rgb 255 255 255 pattern 0 1500 76 1500");
+  sim.Expect("ready");
+  sim.Send("op start");
+  // Operation in progress: purple, breathing faster.
+  sim.Expect("ring rgb 160 0 255 pattern 0 400 76 400");
 }
 
 }  // namespace
