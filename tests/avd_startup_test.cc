@@ -82,27 +82,22 @@ TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOw
   AvdProcess avd(bus_.address());
   avd.Start();
   ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
-  sd_bus_message* objects = nullptr;
-  sd_bus_message* introspection = nullptr;
-  sd_bus_message* status = nullptr;
   std::vector<std::string> paths;
   const char* xml = nullptr;
   const char* status_xml = nullptr;
-
-  ASSERT_GE(sd_bus_call_method(client_, kService, "/org/tessaly/ap/AudioVisual",
-                               "org.freedesktop.DBus.ObjectManager",
-                               "GetManagedObjects", nullptr, &objects, ""),
-            0);
-  ASSERT_GE(sd_bus_call_method(client_, kService,
-                               "/org/tessaly/ap/AudioVisual/Manager",
-                               "org.freedesktop.DBus.Introspectable",
-                               "Introspect", nullptr, &introspection, ""),
-            0);
-  ASSERT_GE(sd_bus_call_method(client_, kService,
-                               "/org/tessaly/ap/AudioVisual/Status",
-                               "org.freedesktop.DBus.Introspectable",
-                               "Introspect", nullptr, &status, ""),
-            0);
+  const auto call = [&](const std::string& path, const char* interface, const char* member) {
+    sd_bus_message* reply = nullptr;
+    EXPECT_GE(sd_bus_call_method(client_, kService, path.c_str(), interface, member,
+                                 nullptr, &reply, ""), 0) << path << " " << member;
+    return reply;
+  };
+  const std::string root = "/org/tessaly/ap/AudioVisual";
+  sd_bus_message* objects =
+      call(root, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
+  sd_bus_message* introspection =
+      call(root + "/Manager", "org.freedesktop.DBus.Introspectable", "Introspect");
+  sd_bus_message* status =
+      call(root + "/Status", "org.freedesktop.DBus.Introspectable", "Introspect");
 
   ASSERT_GT(sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}"), 0);
   while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
