@@ -55,10 +55,7 @@ TEST_F(MessageTest, ReadsBackEveryTypeItWrote) {
   EXPECT_FALSE(error);
 }
 
-TEST_F(MessageTest, ReportsMissingMismatchedAndExtraArguments) {
-  const char kTooFew[] = "Too few parameters in a method call";
-  const char kMismatch[] = "Method parameter type mismatch";
-  const char kTooMany[] = "Too many parameters in a method call";
+TEST_F(MessageTest, ReportsMissingArgumentsAndMismatchedElements) {
   struct Case {
     const char* name;
     std::unique_ptr<Message> message;
@@ -73,16 +70,10 @@ TEST_F(MessageTest, ReportsMissingMismatchedAndExtraArguments) {
   Case cases[] = {
       {"one of two", Sealed(std::string("a")),
        [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &s, &u); },
-       kTooFew},
-      {"string for u", Sealed(std::string("a")),
-       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &u); },
-       kMismatch},
+       "Too few parameters in a method call"},
       {"as for ay", Sealed(std::vector<std::string>{"a"}),
        [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &ay); },
-       kMismatch},
-      {"one too many", Sealed(std::string("a"), uint32_t{2}),
-       [&](MessageReader& r, ErrorPtr* e) { return ReadArgs(r, e, &s); },
-       kTooMany},
+       "Method parameter type mismatch"},
   };
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
