@@ -54,6 +54,6 @@ ninja_with_progress() {
   if [ -t 1 ]; then
     nice -n 10 ninja -C "$dir" "$@"
   else
-    nice -n 10 ninja -C "$dir" "$@" | grep -v '^ninja: \(Entering\|Leaving\) directory'
+    nice -n 10 ninja -C "$dir" "$@" | grep --line-buffered -v '^ninja: \(Entering\|Leaving\) directory'
   fi
 }
