@@ -1,12 +1,10 @@
 // What a session leaves behind and tells a script: the timeline picture as
 // a real renderer draws it, events.log, and the exit status.
 
-#include <arpa/inet.h>
 #include <signal.h>
-#include <zlib.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -23,71 +21,27 @@
 namespace morvane::ap {
 namespace {
 
-// A PNG of 8-bit RGB or RGBA, as rsvg-convert writes it: |rgb| holds three
-// bytes per pixel, row by row; empty when the file is not such a PNG.
+// A picture as netpbm's P6 holds it: three bytes a pixel, row by row.
 struct Image {
   uint32_t width = 0, height = 0;
-  std::vector<uint8_t> rgb;
+  std::string rgb;
   Rgb At(int x, int y) const {
     const size_t i = (static_cast<size_t>(y) * width + x) * 3;
-    return {rgb[i], rgb[i + 1], rgb[i + 2]};
+    return {uint8_t(rgb[i]), uint8_t(rgb[i + 1]), uint8_t(rgb[i + 2])};
   }
 };
 
-uint32_t BigEndian(const std::string& bytes, size_t at) {
-  uint32_t value;
-  memcpy(&value, bytes.data() + at, sizeof(value));
-  return ntohl(value);
-}
-
-Image ReadPng(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  const std::string file((std::istreambuf_iterator<char>(in)), {});
+// |png| as pngtopnm decodes it; empty when it cannot.
+Image ReadPng(const std::string& png) {
   Image image;
-  std::string idat;
-  int channels = 0;
-  for (size_t at = 8; at + 12 <= file.size();) {
-    const uint32_t length = BigEndian(file, at);
-    const std::string type = file.substr(at + 4, 4);
-    const std::string data = file.substr(at + 8, length);
-    if (type == "IHDR") {
-      image.width = BigEndian(data, 0);
-      image.height = BigEndian(data, 4);
-      channels = data[8] != 8 ? 0 : data[9] == 2 ? 3 : data[9] == 6 ? 4 : 0;
-    }
-    if (type == "IDAT") idat += data;
-    at += 12 + length;
+  FILE* in = popen(("timeout 30 pngtopnm " + png).c_str(), "r");
+  unsigned max = 0;
+  if (fscanf(in, "P6 %u %u %u", &image.width, &image.height, &max) == 3 &&
+      max == 255 && fgetc(in) != EOF) {
+    image.rgb.resize(size_t{image.width} * image.height * 3);
+    image.rgb.resize(fread(image.rgb.data(), 1, image.rgb.size(), in));
   }
-  const size_t stride = image.width * channels;
-  std::vector<uint8_t> raw(image.height * (stride + 1));
-  uLongf size = raw.size();
-  if (channels == 0 ||
-      uncompress(raw.data(), &size, reinterpret_cast<const Bytef*>(idat.data()),
-                 idat.size()) != Z_OK) {
-    return {};
-  }
-  // Undo each row's filter against the row above (zeros for the first).
-  std::vector<uint8_t> pixels(image.height * stride), zero(stride);
-  for (size_t y = 0; y < image.height; ++y) {
-    const uint8_t filter = raw[y * (stride + 1)];
-    const uint8_t* in_row = &raw[y * (stride + 1) + 1];
-    uint8_t* row = &pixels[y * stride];
-    const uint8_t* up = y ? &pixels[(y - 1) * stride] : zero.data();
-    for (size_t i = 0; i < stride; ++i) {
-      const int a = i >= size_t(channels) ? row[i - channels] : 0;
-      const int b = up[i];
-      const int c = i >= size_t(channels) ? up[i - channels] : 0;
-      const int p = a + b - c;
-      const int paeth = (abs(p - a) <= abs(p - b) && abs(p - a) <= abs(p - c))
-                            ? a
-                            : abs(p - b) <= abs(p - c) ? b : c;
-      const int predictor[] = {0, a, b, (a + b) / 2, paeth};
-      row[i] = static_cast<uint8_t>(in_row[i] + predictor[filter % 5]);
-    }
-    for (size_t x = 0; x < image.width; ++x) {
-      for (int k = 0; k < 3; ++k) image.rgb.push_back(row[x * channels + k]);
-    }
-  }
+  pclose(in);
   return image;
 }
 
@@ -175,6 +129,7 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
     EXPECT_NE(picture.find(label), std::string::npos) << label;
   }
   ASSERT_EQ(image.width, unsigned(kTimelineLeft + kTimelineWidth) + 110);
+  ASSERT_EQ(image.rgb.size(), size_t{image.width} * image.height * 3);
   ASSERT_GT(boxes.size(), 30u);
 
   // The timeline ends when it is written, just before it says so.
