@@ -118,7 +118,7 @@ bool SimProcess::DaemonEnded() const {
 
 std::optional<size_t> SimProcess::WaitFor(const std::string& text, bool whole,
                                           size_t from, int64_t timeout_ms) {
-  int64_t deadline = NowMs() + timeout_ms;
+  int64_t deadline = NowMs() + (failed_ ? 0 : timeout_ms);
   bool ended = false;
   for (size_t i = from;; ++i) {
     while (i >= lines_.size()) {
@@ -155,6 +155,7 @@ std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
 
 size_t SimProcess::Expect(const std::string& line, size_t from) {
   const std::optional<size_t> at = WaitForLine(line, from);
+  failed_ = failed_ || !at;
   EXPECT_TRUE(at.has_value()) << "no line \"" << line << "\" after line "
                               << from << "; output:\n"
                               << Transcript();

@@ -16,7 +16,7 @@ namespace morvane::ap {
 // fails the test instead of hanging it.
 class SimProcess {
  public:
-  static constexpr int64_t kDefaultTimeoutMs = 15'000;
+  static constexpr int64_t kDefaultTimeoutMs = 10'000;
   // What the simulator still reports once the daemon has ended comes within
   // this; a line the daemon would have caused never does.
   static constexpr int64_t kAfterDaemonEndMs = 1'000;
@@ -47,6 +47,8 @@ class SimProcess {
 
   // WaitForLine() that fails the current test, showing the transcript,
   // when the line does not come; returns its index (or the line count).
+  // After such a failure no wait waits any more, so that a failing test
+  // fails in one time-out, not in one per remaining line.
   size_t Expect(const std::string& line, size_t from = 0);
 
   // As WaitForLine, for the first line that starts with |prefix|.
@@ -85,6 +87,7 @@ class SimProcess {
   std::string partial_;
   std::vector<std::string> lines_;
   std::optional<int> exit_code_;
+  bool failed_ = false;
 };
 
 }  // namespace morvane::ap

@@ -91,11 +91,11 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
     ~Kept() { std::filesystem::remove_all(dir); }
   } kept{sim.lines()[*sim_dir].substr(8)};
   for (const char* command :
-       {"wan online", "wait \"light state 1\"", "sleep 1500", "group failure",
-        "wait \"light state 2\"", "sleep 1500", "op start", "wait \"light state 6\"",
-        "sleep 1500", "op fail", "wait \"operation failed\"", "sleep 1500",
-        "group ok", "wait \"light state 1\"", "sleep 1500", "press",
-        "wait \"sound touch_feedback\"", "echo end", "quit"}) {
+       {"wan online", "wait \"light state 1\" 4", "sleep 1500", "group failure",
+        "wait \"light state 2\" 4", "sleep 1500", "op start", "wait \"light state 6\" 4",
+        "sleep 1500", "op fail", "wait \"operation failed\" 4", "sleep 1500",
+        "group ok", "wait \"light state 1\" 4", "sleep 1500", "press",
+        "wait \"sound touch_feedback\" 4", "echo end", "quit"}) {
     sim.Send(command);
   }
   ASSERT_EQ(sim.WaitForExit(30'000), std::optional<int>(0)) << sim.Transcript();
