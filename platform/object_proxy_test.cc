@@ -149,6 +149,8 @@ TEST_F(ObjectProxyTest, FollowsTheSignalsAndTheOwnerOfTheService) {
   StartPeer(loop_.get());
   RunUntil([&] { return events.size() == 1; });
   sd_bus_emit_signal(stranger, kPeerPath, kPeerInterface, "Changed", "s", "x");
+  // Sent now: the stranger is on no loop that would write it out later.
+  ASSERT_GE(sd_bus_flush(stranger), 0);
   sd_bus_emit_signal(peer_->bus(), kPeerPath, kPeerInterface, "Changed", "s",
                      "one");
   RunUntil([&] { return events.size() == 2; });
