@@ -107,7 +107,7 @@ int WriteFile(const std::string& path, const char* data, int size) {
     if (n == 0) break;
     written += static_cast<int>(n);
   }
-  // A sysfs attribute may only report a rejected value here.
+  // Some file systems (NFS, say) report a failed write only here.
   if (close(fd) != 0) return -1;
   return written;
 }
