@@ -35,6 +35,7 @@ struct Image {
 Image ReadPng(const std::string& png) {
   Image image;
   FILE* in = popen(("timeout 30 pngtopnm " + png).c_str(), "r");
+  if (!in) return image;
   unsigned max = 0;
   if (fscanf(in, "P6 %u %u %u", &image.width, &image.height, &max) == 3 &&
       max == 255 && fgetc(in) != EOF) {
