@@ -82,11 +82,11 @@ TEST_F(InputMonitorTest, DeliversPendingRecordsInOrderAndDropsShortReads) {
                                 ? std::numeric_limits<int64_t>::max()
                                 : int64_t{INT32_MAX} * 1'000'000 + 999'999;
 
-  device_.Write(kernel + InputRecord(5'000'001, EV_KEY, KEY_WPS_BUTTON, 0) +
+  device_.Write(kernel + MakeInputRecord(5'000'001, EV_KEY, KEY_WPS_BUTTON, 0) +
                 std::string(reinterpret_cast<const char*>(&beyond),
                             sizeof(beyond)));
   loop_.RunUntilIdle();
-  device_.Write(InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1).substr(0, 8));
+  device_.Write(MakeInputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1).substr(0, 8));
   loop_.RunUntilIdle();
   device_.WriteEvent(EV_KEY, KEY_WPS_BUTTON, 2);
   loop_.RunUntilIdle();

@@ -139,7 +139,7 @@ void BM_BareReadOnTheLoop(benchmark::State& state) {
         return 0;
       },
       nullptr);
-  const std::string press = InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1);
+  const std::string press = MakeInputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1);
 
   MeasurePresses(state, &device, press, event, [] {});
 
@@ -157,8 +157,8 @@ void BM_PressToClick(benchmark::State& state) {
   std::unique_ptr<EventLoop> event_loop = EventLoop::Create(nullptr);
   PressPacedLoop loop(event_loop.get());
   auto manager = std::make_unique<InputManager>(&loop);
-  const std::string press = InputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1) +
-                            InputRecord(0, EV_SYN, SYN_REPORT, 0);
+  const std::string press = MakeInputRecord(0, EV_KEY, KEY_WPS_BUTTON, 1) +
+                            MakeInputRecord(0, EV_SYN, SYN_REPORT, 0);
 
   MeasurePresses(state, &device, press, event_loop->event(),
                  [&loop] { loop.NextPress(); });

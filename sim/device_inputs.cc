@@ -12,17 +12,6 @@ namespace {
 constexpr uint64_t kEventTypeThreshold = 0;
 constexpr uint64_t kChannelTypeProximity = 8;
 
-void AppendInputEvent(std::string* out, int64_t time_us, uint16_t type,
-                      uint16_t code, int32_t value) {
-  input_event event{};
-  event.input_event_sec = time_us / 1000000;
-  event.input_event_usec = time_us % 1000000;
-  event.type = type;
-  event.code = code;
-  event.value = value;
-  out->append(reinterpret_cast<const char*>(&event), sizeof(event));
-}
-
 // struct iio_event_data: u64 id, s64 timestamp, native byte order.
 void AppendIioEvent(std::string* out, uint64_t id, int64_t timestamp_ns) {
   out->append(reinterpret_cast<const char*>(&id), sizeof(id));
@@ -60,12 +49,23 @@ void FifoWriter::Drain() {
   }
 }
 
+std::string MakeInputRecord(int64_t time_us, uint16_t type, uint16_t code,
+                            int32_t value) {
+  input_event event{};
+  event.input_event_sec = time_us / 1000000;
+  event.input_event_usec = time_us % 1000000;
+  event.type = type;
+  event.code = code;
+  event.value = value;
+  return std::string(reinterpret_cast<const char*>(&event), sizeof(event));
+}
+
 std::string MakeButtonPressRecords(uint16_t code, int64_t wall_time_us) {
   std::string out;
-  AppendInputEvent(&out, wall_time_us, EV_KEY, code, 1);
-  AppendInputEvent(&out, wall_time_us, EV_SYN, SYN_REPORT, 0);
-  AppendInputEvent(&out, wall_time_us + 80'000, EV_KEY, code, 0);
-  AppendInputEvent(&out, wall_time_us + 80'000, EV_SYN, SYN_REPORT, 0);
+  out += MakeInputRecord(wall_time_us, EV_KEY, code, 1);
+  out += MakeInputRecord(wall_time_us, EV_SYN, SYN_REPORT, 0);
+  out += MakeInputRecord(wall_time_us + 80'000, EV_KEY, code, 0);
+  out += MakeInputRecord(wall_time_us + 80'000, EV_SYN, SYN_REPORT, 0);
   return out;
 }
 

@@ -36,6 +36,10 @@ class FifoWriter {
   int fd_ = -1;
 };
 
+// One native kernel input record (struct input_event) stamped |time_us|.
+std::string MakeInputRecord(int64_t time_us, uint16_t type, uint16_t code,
+                            int32_t value);
+
 // Native kernel input records (struct input_event) of one button press and
 // release of key |code|, each followed by a sync report, stamped
 // |wall_time_us|.

@@ -82,46 +82,43 @@ TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOw
   AvdProcess avd(bus_.address());
   avd.Start();
   ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
-  std::vector<std::string> paths;
-  const char* xml = nullptr;
-  const char* status_xml = nullptr;
-  const auto call = [&](const std::string& path, const char* interface, const char* member) {
-    sd_bus_message* reply = nullptr;
-    EXPECT_GE(sd_bus_call_method(client_, kService, path.c_str(), interface, member,
-                                 nullptr, &reply, ""), 0) << path << " " << member;
-    return reply;
-  };
   const std::string root = "/org/tessaly/ap/AudioVisual";
-  sd_bus_message* objects =
-      call(root, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
-  sd_bus_message* introspection =
-      call(root + "/Manager", "org.freedesktop.DBus.Introspectable", "Introspect");
-  sd_bus_message* status =
-      call(root + "/Status", "org.freedesktop.DBus.Introspectable", "Introspect");
-
+  const auto introspect = [&](const std::string& path) {
+    sd_bus_message* reply = nullptr;
+    const char* xml = "";
+    EXPECT_GE(sd_bus_call_method(client_, kService, path.c_str(),
+                                 "org.freedesktop.DBus.Introspectable", "Introspect",
+                                 nullptr, &reply, ""), 0) << path;
+    if (reply) sd_bus_message_read(reply, "s", &xml);
+    const std::string text = xml;
+    sd_bus_message_unref(reply);
+    return text;
+  };
+  sd_bus_message* objects = nullptr;
+  ASSERT_GE(sd_bus_call_method(client_, kService, root.c_str(),
+                               "org.freedesktop.DBus.ObjectManager", "GetManagedObjects",
+                               nullptr, &objects, ""), 0);
+  std::vector<std::string> paths;
   ASSERT_GT(sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}"), 0);
-  while (sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0) {
-    const char* path = nullptr;
-    EXPECT_GE(sd_bus_message_read(objects, "o", &path), 0);
+  for (const char* path; sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0 &&
+                         sd_bus_message_read(objects, "o", &path) > 0;
+       sd_bus_message_exit_container(objects)) {
     paths.push_back(path);
     sd_bus_message_skip(objects, "a{sa{sv}}");
-    sd_bus_message_exit_container(objects);
   }
-  EXPECT_GE(sd_bus_message_read(introspection, "s", &xml), 0);
-  EXPECT_GE(sd_bus_message_read(status, "s", &status_xml), 0);
-  EXPECT_THAT(paths, UnorderedElementsAre("/org/tessaly/ap/AudioVisual/Manager",
-                                          "/org/tessaly/ap/AudioVisual/Status"));
+  sd_bus_message_unref(objects);
+
+  EXPECT_THAT(paths, UnorderedElementsAre(root + "/Manager", root + "/Status"));
   // Deadlines move on every repeated call: never announced.
-  EXPECT_THAT(status_xml, HasSubstr("<property name=\"TimedStateDeadlines\" "
-                                    "type=\"a{st}\" access=\"read\">\n"
-                                    "   <annotation name=\"org.freedesktop.DBus."
-                                    "Property.EmitsChangedSignal\" value=\"false\"/>"));
+  EXPECT_THAT(introspect(root + "/Status"),
+              HasSubstr("<property name=\"TimedStateDeadlines\" "
+                        "type=\"a{st}\" access=\"read\">\n"
+                        "   <annotation name=\"org.freedesktop.DBus."
+                        "Property.EmitsChangedSignal\" value=\"false\"/>"));
+  const std::string xml = introspect(root + "/Manager");
   EXPECT_THAT(xml, HasSubstr("<interface name=\"org.tessaly.ap.AudioVisual.Manager\">"));
   EXPECT_THAT(xml, HasSubstr("<arg type=\"u\" name=\"operation_id\" direction=\"out\"/>"));
   EXPECT_THAT(xml, HasSubstr("<arg type=\"u\" name=\"duration_seconds\" direction=\"in\"/>"));
-  sd_bus_message_unref(objects);
-  sd_bus_message_unref(introspection);
-  sd_bus_message_unref(status);
 }
 
 TEST_F(AvdStartupTest, MissingClipEndsTheProcessBeforeAnyLightCall) {
