@@ -23,6 +23,30 @@ int64_t MonotonicMs() {
 
 }  // namespace
 
+std::string PrivateBusConfig(const std::string& socket_path,
+                             const std::string& policies) {
+  return R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=)" + socket_path + R"(</listen>
+  <auth>EXTERNAL</auth>
+)" + (policies.empty() ? R"(  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_type="signal"/>
+    <allow send_type="method_return"/>
+    <allow send_type="error"/>
+    <allow receive_type="method_call"/>
+    <allow receive_type="signal"/>
+    <allow receive_type="method_return"/>
+    <allow receive_type="error"/>
+  </policy>
+)" : policies) + "</busconfig>\n";
+}
+
 std::unique_ptr<ChildProcess> StartBusDaemon(
     sd_event* event, const std::string& config,
     ChildProcess::ExitCallback on_exit, std::string* address, ErrorPtr* error) {

@@ -13,6 +13,12 @@ typedef struct sd_bus_vtable sd_bus_vtable;
 
 namespace morvane::ap {
 
+// The configuration of a private bus in the system bus's shape (type,
+// socket at |socket_path|, EXTERNAL authentication) with |policies| (its
+// <policy> elements); by default everyone may do everything.
+std::string PrivateBusConfig(const std::string& socket_path,
+                             const std::string& policies = "");
+
 // Starts dbus-daemon with the configuration file |config| as a child
 // watched on |event|, and waits (at most 10 s) until it prints the address
 // it listens on, stored in |*address|. Returns null and adds to |error| when

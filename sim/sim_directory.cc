@@ -10,33 +10,11 @@
 
 #include "platform/file_util.h"
 #include "stubs/clips/clips.h"
+#include "peers/peer_bus.h"
 #include "peers/system_error.h"
 
 namespace morvane::ap {
 namespace {
-
-// Allows everything: the bus is private to one simulator run.
-constexpr char kBusConfigFormat[] = R"(<!DOCTYPE busconfig PUBLIC
- "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=%s</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_type="method_call"/>
-    <allow send_type="signal"/>
-    <allow send_type="method_return"/>
-    <allow send_type="error"/>
-    <allow receive_type="method_call"/>
-    <allow receive_type="signal"/>
-    <allow receive_type="method_return"/>
-    <allow receive_type="error"/>
-  </policy>
-</busconfig>
-)";
 
 bool MakeFifo(const std::string& path, ErrorPtr* error) {
   return mkfifo(path.c_str(), 0600) == 0 ||
@@ -147,10 +125,6 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
   network_creation_bytes_ = chime.size();
   touch_feedback_bytes_ = click.size();
 
-  char bus_config_text[sizeof(kBusConfigFormat) + 4096];
-  snprintf(bus_config_text, sizeof(bus_config_text), kBusConfigFormat,
-           bus_socket().c_str());
-
   const struct {
     std::string path;
     std::string contents;
@@ -172,7 +146,8 @@ bool SimDirectory::Populate(const SimDirectoryOptions& options,
       {iio_sysfs_dir() + "/events/in_proximity_thresh_falling_value", ""},
       {iio_sysfs_dir() + "/events/in_proximity_thresh_rising_value", ""},
       {proximity_device(), ""},
-      {bus_config(), bus_config_text},
+      // Everyone may do everything: the bus is private to one run.
+      {bus_config(), PrivateBusConfig(bus_socket())},
       {bin_dir() + "/is_developer_end_user",
        std::string("#!/bin/sh\nexit ") + (options.developer ? "0" : "1") +
            "\n"},
