@@ -33,16 +33,14 @@ TEST(FormatStatusTest, TimeLeftIsRoundedUpToWholeSeconds) {
       {59'999'999, "60 s left"}, {0, "0 s left"},      {-3'000'000, "0 s left"},
   };
   for (const auto& c : kCases) {
+    SCOPED_TRACE(c.left_us);
     const std::string status = StatusWithDeadlines(c.left_us, c.left_us);
-    EXPECT_THAT(status, HasSubstr(std::string("vox \"in_progress\", ") + c.shown))
-        << c.left_us;
+    EXPECT_THAT(status, HasSubstr(std::string("vox \"in_progress\", ") + c.shown));
     EXPECT_THAT(status, HasSubstr(std::string("start-up grace period (wan_failure), ") +
-                                  c.shown))
-        << c.left_us;
+                                  c.shown));
     EXPECT_THAT(status, HasSubstr(std::string("(decided by the start-up grace "
                                               "period, ") + c.shown +
-                                  ", wan_failure)\n"))
-        << c.left_us;
+                                  ", wan_failure)\n"));
   }
 }
 
