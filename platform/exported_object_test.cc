@@ -17,12 +17,11 @@ namespace morvane::ap {
 namespace {
 
 using testing::ElementsAre;
-using testing::Pair;
 
 constexpr char kRoot[] = "/org/tessaly/Test";
 constexpr char kPath[] = "/org/tessaly/Test/Object";
 constexpr char kInterface[] = "org.tessaly.Test.Lights";
-constexpr int64_t kWaitUs = 5'000'000;
+constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 
 class ExportedObjectTest : public BusTest {
  protected:
@@ -34,9 +33,10 @@ class ExportedObjectTest : public BusTest {
     client_ = daemon_->Connect();
     ASSERT_TRUE(client_);
     ASSERT_GE(sd_bus_attach_event(client_, loop_->event(), 0), 0);
-    ASSERT_GE(sd_bus_match_signal(client_, nullptr, nullptr, kRoot,
-                                  "org.freedesktop.DBus.ObjectManager", nullptr,
-                                  &ExportedObjectTest::OnSignal, this),
+    const char* service = nullptr;
+    ASSERT_GE(sd_bus_get_unique_name(bus_->raw(), &service), 0);
+    ASSERT_GE(sd_bus_match_signal(client_, nullptr, service, nullptr, nullptr,
+                                  nullptr, &ExportedObjectTest::OnSignal, this),
               0);
   }
 
@@ -97,44 +97,38 @@ class ExportedObjectTest : public BusTest {
                                   const char* types, Args... args) {
     const char* service = nullptr;
     sd_bus_get_unique_name(bus_->raw(), &service);
-    sd_bus_message* call = nullptr;
-    EXPECT_GE(sd_bus_message_new_method_call(client_, &call, service, kPath,
-                                             interface, member),
-              0);
-    EXPECT_GE(sd_bus_message_append(call, types, args...), 0);
     std::unique_ptr<Message> reply;
     auto on_reply = [](sd_bus_message* m, void* userdata, sd_bus_error*) {
       *static_cast<std::unique_ptr<Message>*>(userdata) = Message::Ref(m);
       return 0;
     };
     sd_bus_slot* slot = nullptr;
-    EXPECT_GE(
-        sd_bus_call_async(client_, &slot, call, on_reply, &reply, kWaitUs), 0);
-    sd_bus_message_unref(call);
+    EXPECT_GE(sd_bus_call_method_async(client_, &slot, service, kPath,
+                                       interface, member, on_reply, &reply,
+                                       types, args...),
+              0);
     RunUntil([&] { return reply != nullptr; });
     sd_bus_slot_unref(slot);
     return reply;
   }
 
+  // Records each signal of the service: "Member path" for the object
+  // manager's, "Name=value" for each property of type "u" that a
+  // PropertiesChanged carries.
   static int OnSignal(sd_bus_message* m, void* userdata, sd_bus_error*) {
     auto* self = static_cast<ExportedObjectTest*>(userdata);
-    const char* path = nullptr;
-    sd_bus_message_read(m, "o", &path);
-    self->signals_.emplace_back(sd_bus_message_get_member(m), path);
-    return 0;
-  }
-
-  // Records "Name=value" for each property of type "u" a PropertiesChanged
-  // of kPath carries.
-  static int OnPropertiesChanged(sd_bus_message* m, void* userdata,
-                                 sd_bus_error*) {
-    auto* self = static_cast<ExportedObjectTest*>(userdata);
-    const char* name = nullptr;
+    const char* text = nullptr;
     uint32_t value = 0;
+    if (!sd_bus_message_is_signal(m, kProperties, "PropertiesChanged")) {
+      sd_bus_message_read(m, "o", &text);
+      self->signals_.push_back(std::string(sd_bus_message_get_member(m)) +
+                               " " + text);
+      return 0;
+    }
     sd_bus_message_skip(m, "s");
     sd_bus_message_enter_container(m, 'a', "{sv}");
-    while (sd_bus_message_read(m, "{sv}", &name, "u", &value) > 0) {
-      self->changes_.push_back(std::string(name) + "=" + std::to_string(value));
+    while (sd_bus_message_read(m, "{sv}", &text, "u", &value) > 0) {
+      self->signals_.push_back(std::string(text) + "=" + std::to_string(value));
     }
     return 0;
   }
@@ -143,18 +137,19 @@ class ExportedObjectTest : public BusTest {
   std::unique_ptr<ExportedObject> object_;
   sd_bus* client_ = nullptr;
   std::vector<std::string> calls_;
-  std::vector<std::pair<std::string, std::string>> signals_;
-  std::vector<std::string> changes_;
+  std::vector<std::string> signals_;
   ExportedProperty<uint32_t>* level_ = nullptr;
   ExportedProperty<uint64_t>* deadline_ = nullptr;
 };
 
 // Arguments that do not fit are rejected before the method is called.
-TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
+TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrErrorsInTheOrderAdded) {
   Export();
   constexpr char kInvalidArgs[] = "org.freedesktop.DBus.Error.InvalidArgs";
 
   auto next = Call("Next", "u", 41);
+  auto introspection =
+      CallOn("org.freedesktop.DBus.Introspectable", "Introspect", "");
   auto ok = Call("SetState", "ssu", "ok", "in_progress", 30);
   const std::tuple<std::unique_ptr<Message>, const char*, const char*> kErrors[] = {
       {Call("SetState", "ssu", "bad", "", 1), "org.freedesktop.DBus.Error.Failed",
@@ -184,59 +179,41 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrTheirErrors) {
   }
   EXPECT_THAT(calls_, ElementsAre("Next 41", "SetState ok in_progress 30",
                                   "SetState bad  1", "SetState named  1"));
-}
-
-TEST_F(ExportedObjectTest, IntrospectionListsMethodsInTheOrderAdded) {
-  Export();
-
-  auto reply = CallOn("org.freedesktop.DBus.Introspectable", "Introspect", "");
-
-  ASSERT_TRUE(reply);
+  // Introspection lists the methods in the order they were added.
+  ASSERT_TRUE(introspection);
   std::string xml;
-  MessageReader reader(reply.get());
-  ASSERT_TRUE(ReadArgs(reader, nullptr, &xml));
+  MessageReader introspection_reader(introspection.get());
+  ASSERT_TRUE(ReadArgs(introspection_reader, nullptr, &xml));
   EXPECT_LT(xml.find("\"SetState\""), xml.find("\"Next\"")) << xml;
 }
 
-TEST_F(ExportedObjectTest, PropertiesAnnounceATurnsChangesInOneSignal) {
+TEST_F(ExportedObjectTest, AnnouncesAdditionATurnsPropertyChangesAndRemoval) {
   Export();
-  ASSERT_GE(sd_bus_match_signal(client_, nullptr, nullptr, kPath,
-                                "org.freedesktop.DBus.Properties",
-                                "PropertiesChanged",
-                                &ExportedObjectTest::OnPropertiesChanged, this),
-            0);
+  RunUntil([&] { return !signals_.empty(); });
 
   level_->SetValue(7);
   level_->SetValue(8);
   deadline_->SetValue(99);
-  RunUntil([&] { return !changes_.empty(); });
+  RunUntil([&] { return signals_.size() == 2; });
   level_->SetValue(8);
   deadline_->SetValue(100);
-  auto level = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
-                      kInterface, "Level");
-  auto deadline = CallOn("org.freedesktop.DBus.Properties", "Get", "ss",
-                         kInterface, "Deadline");
-
-  EXPECT_THAT(changes_, ElementsAre("Level=8"));
-  ASSERT_TRUE(level && deadline);
-  uint32_t level_value = 0;
-  uint64_t deadline_value = 0;
-  EXPECT_GE(sd_bus_message_read(level->raw(), "v", "u", &level_value), 0);
-  EXPECT_GE(sd_bus_message_read(deadline->raw(), "v", "t", &deadline_value), 0);
-  EXPECT_EQ(level_value, 8u);
-  EXPECT_EQ(deadline_value, 100u);
-}
-
-TEST_F(ExportedObjectTest, AdditionAndRemovalAreAnnounced) {
-  Export();
-  RunUntil([&] { return !signals_.empty(); });
-  ASSERT_THAT(signals_, ElementsAre(Pair("InterfacesAdded", kPath)));
+  auto all = CallOn(kProperties, "GetAll", "s", kInterface);
+  ASSERT_TRUE(all);
+  const char* names[2] = {};
+  uint32_t level = 0;
+  uint64_t deadline = 0;
+  EXPECT_GE(sd_bus_message_read(all->raw(), "a{sv}", 2, &names[0], "u", &level,
+                                &names[1], "t", &deadline),
+            0);
+  EXPECT_EQ(level, 8u);
+  EXPECT_EQ(deadline, 100u);
 
   object_.reset();
-  RunUntil([&] { return signals_.size() == 2; });
+  RunUntil([&] { return signals_.size() == 3; });
 
-  EXPECT_THAT(signals_, ElementsAre(Pair("InterfacesAdded", kPath),
-                                    Pair("InterfacesRemoved", kPath)));
+  EXPECT_THAT(signals_, ElementsAre(std::string("InterfacesAdded ") + kPath,
+                                    "Level=8",
+                                    std::string("InterfacesRemoved ") + kPath));
   auto gone = Call("Next", "u", 1);
   ASSERT_TRUE(gone);
   EXPECT_TRUE(gone->IsError());
