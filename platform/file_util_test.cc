@@ -14,53 +14,42 @@
 namespace morvane::ap {
 namespace {
 
-class FileUtilTest : public testing::Test {
- protected:
-  std::string Path(const std::string& name) const { return dir_.Path(name); }
-
-  TempDir dir_;
-};
-
-TEST_F(FileUtilTest, ReadFileToStringReadsWholeFilesByteForByte) {
+TEST(FileUtilTest, ReadsWholeFilesByteForByteAndWriteReplacesThem) {
+  TempDir dir;
   // Larger than one read, with every byte value including NUL.
   std::string binary;
   for (int i = 0; i < 40'000; ++i) binary.push_back(static_cast<char>(i % 256));
-  ASSERT_EQ(WriteFile(Path("clip.raw"), binary.data(),
+  ASSERT_EQ(WriteFile(dir.Path("clip.raw"), binary.data(),
                       static_cast<int>(binary.size())),
             static_cast<int>(binary.size()));
+  std::filesystem::create_symlink(dir.Path("nowhere"), dir.Path("dangling"));
   std::string contents;
 
-  ASSERT_TRUE(ReadFileToString(Path("clip.raw"), &contents));
+  ASSERT_TRUE(ReadFileToString(dir.Path("clip.raw"), &contents));
   EXPECT_EQ(contents, binary);
+  EXPECT_EQ(WriteFile(dir.Path("clip.raw"), "123", 3), 3);
+  ASSERT_TRUE(ReadFileToString(dir.Path("clip.raw"), &contents));
+  EXPECT_EQ(contents, "123");
 
   // A proc file reports size 0 but has contents.
   ASSERT_TRUE(ReadFileToString("/proc/self/status", &contents));
   EXPECT_THAT(contents, testing::HasSubstr("Pid:"));
 
   contents = "stale";
-  EXPECT_FALSE(ReadFileToString(Path("missing"), &contents));
+  EXPECT_FALSE(ReadFileToString(dir.Path("missing"), &contents));
   EXPECT_EQ(contents, "");
-  EXPECT_FALSE(ReadFileToString(dir_.path(), &contents));
-}
+  EXPECT_FALSE(ReadFileToString(dir.path(), &contents));
 
-TEST_F(FileUtilTest, WriteFileReplacesContentsOrFailsWithoutCreatingDirectories) {
-  ASSERT_EQ(WriteFile(Path("attr"), "a much longer old value", 23), 23);
-  std::filesystem::create_symlink(Path("nowhere"), Path("dangling"));
-
-  EXPECT_EQ(WriteFile(Path("attr"), "123", 3), 3);
-  EXPECT_EQ(WriteFile(Path("empty"), "", 0), 0);
-  EXPECT_EQ(WriteFile(Path("events/value"), "1", 1), -1);
-  EXPECT_EQ(WriteFile(dir_.path(), "1", 1), -1);
-  EXPECT_EQ(WriteFile(Path("negative"), "1", -1), -1);
-
-  std::string contents;
-  ASSERT_TRUE(ReadFileToString(Path("attr"), &contents));
-  EXPECT_EQ(contents, "123");
+  // Writing creates no directories.
+  EXPECT_EQ(WriteFile(dir.Path("empty"), "", 0), 0);
+  EXPECT_EQ(WriteFile(dir.Path("events/value"), "1", 1), -1);
+  EXPECT_EQ(WriteFile(dir.path(), "1", 1), -1);
+  EXPECT_EQ(WriteFile(dir.Path("negative"), "1", -1), -1);
   // PathExists sees files and directories, not what a dangling link names.
-  EXPECT_TRUE(PathExists(Path("empty")));
-  EXPECT_TRUE(PathExists(dir_.path()));
-  EXPECT_FALSE(PathExists(Path("events")));
-  EXPECT_FALSE(PathExists(Path("dangling")));
+  EXPECT_TRUE(PathExists(dir.Path("empty")));
+  EXPECT_TRUE(PathExists(dir.path()));
+  EXPECT_FALSE(PathExists(dir.Path("events")));
+  EXPECT_FALSE(PathExists(dir.Path("dangling")));
 }
 
 TEST(RunCommandTest, SucceedsOnlyWhenTheProgramRanAndExitedWithZero) {
