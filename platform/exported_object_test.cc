@@ -45,9 +45,9 @@ class ExportedObjectTest : public BusTest {
     sd_bus_flush_close_unref(client_);
   }
 
-  // Exports kPath with kInterface, whose "SetState" (added first) succeeds for state "ok" only, with a named error for
-  // "named", and whose "Next" answers |base| + 1; waits for the
-  // registration to complete.
+  // Exports kPath with kInterface, whose "SetState" (added first) succeeds
+  // for state "ok" only, with a named error for "named", and whose "Next"
+  // answers |base| + 1; waits for the registration to complete.
   void Export() {
     object_ =
         std::make_unique<ExportedObject>(object_manager_.get(), bus_, kPath);

@@ -82,7 +82,7 @@ TEST(KeyValueStoreTest, LineWithoutEqualsFailsTheWholeLoad) {
   }
 }
 
-TEST(KeyValueStoreTest, LoadReplacesTheContentsOrNamesTheFileAndKeepsThem) {
+TEST(KeyValueStoreTest, LoadReplacesTheContentsSkippingBadLinesIfAskedOrKeepsThem) {
   TempDir dir;
   KeyValueStore store;
   ASSERT_TRUE(store.LoadFromString("OLD=1\n", nullptr));
@@ -107,13 +107,10 @@ TEST(KeyValueStoreTest, LoadReplacesTheContentsOrNamesTheFileAndKeepsThem) {
 
   EXPECT_EQ(Lookup(store, "\"plthres\""), "\"40\"");
   EXPECT_EQ(Lookup(store, "OLD"), "<absent>");
-}
 
-TEST(KeyValueStoreTest, SkippingLoadKeepsEveryLineThatSplits) {
-  TempDir dir;
+  // Skipping bad lines keeps every line that splits.
   const std::string path = dir.Write(
       "settings.sh", std::string("A=1\r\nbroken\nB=x\0y\nC=3\n\n  \nD=4", 29));
-  KeyValueStore store;
   std::vector<int> skipped;
 
   ASSERT_TRUE(store.LoadSkippingBadLines(path, &skipped, nullptr));
@@ -125,6 +122,7 @@ TEST(KeyValueStoreTest, SkippingLoadKeepsEveryLineThatSplits) {
   EXPECT_EQ(Lookup(store, "B"), "<absent>");
   EXPECT_EQ(Lookup(store, "C"), "3");
   EXPECT_EQ(Lookup(store, "D"), "4");
+  EXPECT_EQ(Lookup(store, "\"plthres\""), "<absent>");
 }
 
 }  // namespace
