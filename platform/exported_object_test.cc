@@ -25,6 +25,8 @@ constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 
 class ExportedObjectTest : public BusTest {
  protected:
+  // Exports kPath with kInterface, whose methods SetState (added first) and
+  // Next are below, and waits for the registration to complete.
   void SetUp() override {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
@@ -33,47 +35,19 @@ class ExportedObjectTest : public BusTest {
     client_ = daemon_->Connect();
     ASSERT_TRUE(client_);
     ASSERT_GE(sd_bus_attach_event(client_, loop_->event(), 0), 0);
-    const char* service = nullptr;
-    ASSERT_GE(sd_bus_get_unique_name(bus_->raw(), &service), 0);
-    ASSERT_GE(sd_bus_match_signal(client_, nullptr, service, nullptr, nullptr,
+    ASSERT_GE(sd_bus_get_unique_name(bus_->raw(), &service_), 0);
+    ASSERT_GE(sd_bus_match_signal(client_, nullptr, service_, nullptr, nullptr,
                                   nullptr, &ExportedObjectTest::OnSignal, this),
               0);
-  }
 
-  void TearDown() override {
-    object_.reset();
-    sd_bus_flush_close_unref(client_);
-  }
-
-  // Exports kPath with kInterface, whose "SetState" (added first) succeeds
-  // for state "ok" only, with a named error for "named", and whose "Next"
-  // answers |base| + 1; waits for the registration to complete.
-  void Export() {
     object_ =
         std::make_unique<ExportedObject>(object_manager_.get(), bus_, kPath);
     ExportedInterface* interface = object_->AddOrGetInterface(kInterface);
-    interface->AddMethodHandler(
-        "SetState", {"state", "value", "duration_seconds"}, {},
-        std::function<bool(ErrorPtr*, const std::string&, const std::string&,
-                           uint32_t)>(
-            [this](ErrorPtr* error, const std::string& state,
-                   const std::string& value, uint32_t seconds) {
-              calls_.push_back("SetState " + state + " " + value + " " +
-                               std::to_string(seconds));
-              if (state == "named") {
-                Error::AddTo(error, FROM_HERE, kDbusErrorDomain,
-                             "org.tessaly.Test.Error.Named", "named failure");
-              }
-              return state == "ok";
-            }));
-    interface->AddMethodHandler(
-        "Next", {"base"}, {"next"},
-        std::function<bool(ErrorPtr*, uint32_t, uint32_t*)>(
-            [this](ErrorPtr*, uint32_t base, uint32_t* next) {
-              calls_.push_back("Next " + std::to_string(base));
-              *next = base + 1;
-              return true;
-            }));
+    interface->AddMethodHandler("SetState",
+                                {"state", "value", "duration_seconds"}, {},
+                                this, &ExportedObjectTest::SetState);
+    interface->AddMethodHandler("Next", {"base"}, {"next"}, this,
+                                &ExportedObjectTest::Next);
     level_ = interface->AddProperty<uint32_t>("Level");
     deadline_ = interface->AddProperty<uint64_t>("Deadline",
                                                  EmitsChangedSignal::kFalse);
@@ -82,6 +56,29 @@ class ExportedObjectTest : public BusTest {
     EXPECT_FALSE(result) << "completion ran inside RegisterAsync";
     RunUntil([&] { return result.has_value(); });
     ASSERT_EQ(result, std::optional<bool>(true));
+  }
+
+  void TearDown() override {
+    object_.reset();
+    sd_bus_flush_close_unref(client_);
+  }
+
+  // Succeeds for state "ok" only, with a named error for "named".
+  bool SetState(ErrorPtr* error, const std::string& state,
+                const std::string& value, uint32_t seconds) {
+    calls_.push_back("SetState " + state + " " + value + " " +
+                     std::to_string(seconds));
+    if (state == "named") {
+      Error::AddTo(error, FROM_HERE, kDbusErrorDomain,
+                   "org.tessaly.Test.Error.Named", "named failure");
+    }
+    return state == "ok";
+  }
+
+  bool Next(ErrorPtr*, uint32_t base, uint32_t* next) {
+    calls_.push_back("Next " + std::to_string(base));
+    *next = base + 1;
+    return true;
   }
 
   // Calls |member| of kInterface with the arguments |types| describes (see
@@ -95,15 +92,13 @@ class ExportedObjectTest : public BusTest {
   template <typename... Args>
   std::unique_ptr<Message> CallOn(const char* interface, const char* member,
                                   const char* types, Args... args) {
-    const char* service = nullptr;
-    sd_bus_get_unique_name(bus_->raw(), &service);
     std::unique_ptr<Message> reply;
     auto on_reply = [](sd_bus_message* m, void* userdata, sd_bus_error*) {
       *static_cast<std::unique_ptr<Message>*>(userdata) = Message::Ref(m);
       return 0;
     };
     sd_bus_slot* slot = nullptr;
-    EXPECT_GE(sd_bus_call_method_async(client_, &slot, service, kPath,
+    EXPECT_GE(sd_bus_call_method_async(client_, &slot, service_, kPath,
                                        interface, member, on_reply, &reply,
                                        types, args...),
               0);
@@ -136,6 +131,7 @@ class ExportedObjectTest : public BusTest {
   std::unique_ptr<ExportedObjectManager> object_manager_;
   std::unique_ptr<ExportedObject> object_;
   sd_bus* client_ = nullptr;
+  const char* service_ = nullptr;
   std::vector<std::string> calls_;
   std::vector<std::string> signals_;
   ExportedProperty<uint32_t>* level_ = nullptr;
@@ -144,7 +140,6 @@ class ExportedObjectTest : public BusTest {
 
 // Arguments that do not fit are rejected before the method is called.
 TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrErrorsInTheOrderAdded) {
-  Export();
   constexpr char kInvalidArgs[] = "org.freedesktop.DBus.Error.InvalidArgs";
 
   auto next = Call("Next", "u", 41);
@@ -188,7 +183,6 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrErrorsInTheOrderAdded)
 }
 
 TEST_F(ExportedObjectTest, AnnouncesAdditionATurnsPropertyChangesAndRemoval) {
-  Export();
   RunUntil([&] { return !signals_.empty(); });
 
   level_->SetValue(7);
