@@ -20,21 +20,12 @@ constexpr char kInvalidArgs[] = "org.freedesktop.DBus.Error.InvalidArgs";
 class MessageTest : public BusTest {
  protected:
   // A call whose arguments |append| writes, sealed as a receiver gets it.
-  std::unique_ptr<Message> SealedRaw(
-      const std::function<void(Message*)>& append) {
+  std::unique_ptr<Message> Sealed(const std::function<void(Message*)>& append) {
     std::unique_ptr<Message> message = Message::NewMethodCall(
         bus_.get(), "org.tessaly.Test", "/", "org.tessaly.Test", "M", nullptr);
     append(message.get());
     EXPECT_GE(sd_bus_message_seal(message->raw(), 1, 0), 0);
     return message;
-  }
-
-  template <typename... T>
-  std::unique_ptr<Message> Sealed(const T&... args) {
-    return SealedRaw([&](Message* message) {
-      MessageWriter writer(message);
-      EXPECT_TRUE((writer.Append(args) && ...));
-    });
   }
 };
 
@@ -45,7 +36,11 @@ TEST_F(MessageTest, ReadsBackEveryTypeItWroteAndReportsWhatDoesNotFit) {
       uint32_t{7}, int32_t{-3}, true, std::string("text"), ObjectPath{"/a/b"},
       std::vector<uint8_t>{1, 0, 255}, std::vector<std::string>{"x", ""},
       std::vector<ObjectPath>{{"/p"}, {"/q"}});
-  auto message = std::apply([&](const auto&... v) { return Sealed(v...); }, written);
+  auto message = Sealed([&](Message* m) {
+    MessageWriter writer(m);
+    EXPECT_TRUE(std::apply(
+        [&](const auto&... v) { return (writer.Append(v) && ...); }, written));
+  });
   std::remove_const_t<decltype(written)> read;
   int32_t wrong = 0;
   ErrorPtr mismatch;
@@ -72,7 +67,7 @@ TEST_F(MessageTest, ReadsBackEveryTypeItWroteAndReportsWhatDoesNotFit) {
 TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
   // a{sv} with a value of the wrong type, then read as a{ov}; the nested
   // dictionaries of GetManagedObjects are read in the daemon's start-up tests.
-  auto message = SealedRaw([](Message* m) {
+  auto message = Sealed([](Message* m) {
     sd_bus_message_append(m->raw(), "a{sv}", 3, "On", "b", 1, "Level", "s",
                           "high", "Name", "s", "ring");
   });
