@@ -20,26 +20,17 @@ constexpr char kPath[] = "/org/tessaly/Test/Props";
 constexpr char kInterface[] = "org.tessaly.Test.Props";
 constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 
-class TestSet : public PropertySet {
- public:
-  TestSet(ObjectProxy* proxy, PropertyChangedCallback callback)
-      : PropertySet(proxy, kInterface, std::move(callback)) {
-    RegisterProperty("Flag", &flag);
-    RegisterProperty("Text", &text);
-  }
-
-  Property<bool> flag;
-  Property<std::string> text;
-};
-
 class PropertySetTest : public BusTest {
  protected:
   void SetUp() override {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
     proxy_ = std::make_unique<ObjectProxy>(bus_, kName, ObjectPath{kPath});
-    set_ = std::make_unique<TestSet>(
-        proxy_.get(), [this](const std::string& name) { arrived_.push_back(name); });
+    set_ = std::make_unique<PropertySet>(
+        proxy_.get(), kInterface,
+        [this](const std::string& name) { arrived_.push_back(name); });
+    set_->RegisterProperty("Flag", &flag_);
+    set_->RegisterProperty("Text", &text_);
     set_->ConnectSignals();
   }
 
@@ -64,7 +55,9 @@ class PropertySetTest : public BusTest {
   }
 
   std::unique_ptr<ObjectProxy> proxy_;
-  std::unique_ptr<TestSet> set_;
+  Property<bool> flag_;
+  Property<std::string> text_;
+  std::unique_ptr<PropertySet> set_;
   std::unique_ptr<TestPeer> peer_;
   std::vector<std::string> arrived_;
   std::vector<std::string> calls_;
@@ -78,8 +71,8 @@ TEST_F(PropertySetTest, ReadsWhenTheServiceComesOrInvalidatesKeepingMistypedValu
                                       "u", 5, "Text", "u", 7);
   });
   WaitForArrivals(1);
-  EXPECT_TRUE(set_->flag.is_valid() && set_->flag.value());
-  EXPECT_FALSE(set_->text.is_valid());
+  EXPECT_TRUE(flag_.is_valid() && flag_.value());
+  EXPECT_FALSE(text_.is_valid());
 
   sd_bus_emit_signal(peer_->bus(), kPath, kProperties, "PropertiesChanged",
                      "sa{sv}as", "org.tessaly.Test.Elsewhere", 1, "Flag", "b",
@@ -88,21 +81,21 @@ TEST_F(PropertySetTest, ReadsWhenTheServiceComesOrInvalidatesKeepingMistypedValu
                      "sa{sv}as", kInterface, 2, "Text", "s", "hello", "Flag",
                      "s", "no", 0);
   WaitForArrivals(2);
-  EXPECT_TRUE(set_->flag.value());
-  EXPECT_EQ(set_->text.value(), "hello");
+  EXPECT_TRUE(flag_.value());
+  EXPECT_EQ(text_.value(), "hello");
 
   peer_.reset();
   StartPeer([](sd_bus_message* m) {
     return sd_bus_reply_method_return(m, "a{sv}", 1, "Text", "s", "second");
   });
   WaitForArrivals(3);
-  EXPECT_EQ(set_->text.value(), "second");
+  EXPECT_EQ(text_.value(), "second");
   sd_bus_emit_signal(peer_->bus(), kPath, kProperties, "PropertiesChanged",
                      "sa{sv}as", kInterface, 0, 2, "Text", "Unknown");
   WaitForArrivals(4);
 
   EXPECT_THAT(arrived_, ElementsAre("Flag", "Text", "Text", "Text"));
-  EXPECT_EQ(set_->text.value(), "got");
+  EXPECT_EQ(text_.value(), "got");
   EXPECT_THAT(calls_, ElementsAre("GetAll", "GetAll", "Get"));
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre(HasSubstr("org.tessaly.Test.Props.Text"),
