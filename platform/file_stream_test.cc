@@ -84,22 +84,21 @@ TEST_F(FileStreamTest, FailuresAreIoErrorsAndDestructionCancelsTheWait) {
   EXPECT_EQ(size_read, 0u);
   const int closed_fd = dup(fds_[1]);
   close(closed_fd);
-  for (int fd : {-1, closed_fd}) {
-    SCOPED_TRACE(fd);
+  // Descriptors that are none; waits that cannot be: on a regular file, for
+  // writing, a second one.
+  const std::function<bool(ErrorPtr*)> kFailing[] = {
+      [&](ErrorPtr* e) { return !!FileStream::FromFileDescriptor(-1, true, &loop_, e); },
+      [&](ErrorPtr* e) {
+        return !!FileStream::FromFileDescriptor(closed_fd, true, &loop_, e);
+      },
+      [&](ErrorPtr* e) { return file->WaitForData(AccessMode::kRead, nullptr, e); },
+      [&](ErrorPtr* e) { return stream_->WaitForData(AccessMode::kWrite, nullptr, e); },
+      [&](ErrorPtr* e) { return Wait() && Wait(e); },
+  };
+  for (size_t i = 0; i < std::size(kFailing); ++i) {
+    SCOPED_TRACE(i);
     error.reset();
-    EXPECT_FALSE(FileStream::FromFileDescriptor(fd, true, &loop_, &error));
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), "io_error");
-  }
-  // Waits that cannot be: on a regular file, for writing, a second one.
-  for (auto [stream, mode] : {std::pair{file.get(), AccessMode::kRead},
-                              {stream_.get(), AccessMode::kWrite},
-                              {stream_.get(), AccessMode::kRead}}) {
-    if (mode == AccessMode::kRead && stream == stream_.get()) {
-      ASSERT_TRUE(Wait());
-    }
-    error.reset();
-    EXPECT_FALSE(stream->WaitForData(mode, [](AccessMode) {}, &error));
+    EXPECT_FALSE(kFailing[i](&error));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), "io_error");
   }
