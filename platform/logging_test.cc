@@ -17,7 +17,7 @@ using ::testing::MatchesRegex;
 // Each test sets logging up again: a later InitLogging() replaces the
 // settings of an earlier one in the same process.
 
-TEST(LoggingTest, StderrLineIsTheMessageWithTheHeaderOnlyWhenAskedFor) {
+TEST(LoggingTest, StderrGetsTheMessageWithTheHeaderWhenAskedForAndNothingWhenOff) {
   InitLogging("/usr/sbin/avd", kLogToStderr);
   testing::internal::CaptureStderr();
   LOG(WARNING) << "Failed to read file: /x";
@@ -31,16 +31,13 @@ TEST(LoggingTest, StderrLineIsTheMessageWithTheHeaderOnlyWhenAskedFor) {
       testing::internal::GetCapturedStderr(),
       MatchesRegex("I[0-9]+ [0-9:.]+ +[0-9]+ logging_test\\.cc:[0-9]+\\] "
                    "Group failure is 1\n"));
-}
 
-TEST(LoggingTest, WithoutStderrNothingReachesStderrOrLogFiles) {
+  // Without stderr nothing reaches stderr or log files.
   TempDir dir;
   FLAGS_log_dir = dir.path();
   InitLogging("avd", kLogToSyslog);
   testing::internal::CaptureStderr();
-
   LOG(ERROR) << "Failed to do something in a logging test, ignoring";
-
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
