@@ -30,52 +30,37 @@ class MessageTest : public BusTest {
 };
 
 // Too many arguments reach the reply of an exported method, and are checked
-// there.
+// there; the nested dictionaries of GetManagedObjects in the daemon's
+// start-up tests.
 TEST_F(MessageTest, ReadsBackEveryTypeItWroteAndReportsWhatDoesNotFit) {
   const auto written = std::make_tuple(
       uint32_t{7}, int32_t{-3}, true, std::string("text"), ObjectPath{"/a/b"},
       std::vector<uint8_t>{1, 0, 255}, std::vector<std::string>{"x", ""},
       std::vector<ObjectPath>{{"/p"}, {"/q"}});
+  // After a{sv} with a value of the wrong type.
   auto message = Sealed([&](Message* m) {
+    sd_bus_message_append(m->raw(), "a{sv}", 3, "On", "b", 1, "Level", "s",
+                          "high", "Name", "s", "ring");
     MessageWriter writer(m);
     EXPECT_TRUE(std::apply(
         [&](const auto&... v) { return (writer.Append(v) && ...); }, written));
   });
   std::remove_const_t<decltype(written)> read;
   int32_t wrong = 0;
+  std::vector<std::string> seen;
+  bool on = false;
   ErrorPtr mismatch;
   ErrorPtr error;
+  ErrorPtr wrong_container;
+  ErrorPtr level_error;
   ErrorPtr too_few;
   MessageReader reader(message.get());
 
-  // A mismatched value is left to be read as its own type.
+  // A mismatch leaves the value to be read as its own type.
   EXPECT_FALSE(reader.Read(&wrong, &mismatch));
-  ASSERT_TRUE(std::apply(
-      [&](auto&... v) { return ReadArgs(reader, &error, &v...); }, read));
-  EXPECT_FALSE(reader.Read(&wrong, &too_few));
-
-  EXPECT_EQ(read, written);
-  EXPECT_FALSE(error);
-  ASSERT_TRUE(mismatch && too_few);
-  EXPECT_EQ(mismatch->domain(), kDbusErrorDomain);
-  EXPECT_EQ(mismatch->code(), kInvalidArgs);
-  EXPECT_EQ(mismatch->message(), "Method parameter type mismatch");
-  EXPECT_EQ(too_few->code(), kInvalidArgs);
-  EXPECT_EQ(too_few->message(), "Too few parameters in a method call");
-}
-
-TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
-  // a{sv} with a value of the wrong type, then read as a{ov}; the nested
-  // dictionaries of GetManagedObjects are read in the daemon's start-up tests.
-  auto message = Sealed([](Message* m) {
-    sd_bus_message_append(m->raw(), "a{sv}", 3, "On", "b", 1, "Level", "s",
-                          "high", "Name", "s", "ring");
-  });
-  MessageReader reader(message.get());
-  std::vector<std::string> seen;
-  bool on = false;
-  ErrorPtr level_error;
-
+  EXPECT_FALSE(reader.ReadDictionary<ObjectPath>(
+      "v", [](const ObjectPath&, ErrorPtr*) { return true; },
+      &wrong_container));
   ASSERT_TRUE(reader.ReadDictionary<std::string>(
       "v",
       [&](const std::string& key, ErrorPtr* error) {
@@ -90,18 +75,22 @@ TEST_F(MessageTest, WalksDictionariesOfVariantsAndSkipsAMismatchedValue) {
         return reader.ReadVariant(&name, error) && name == "ring";
       },
       nullptr));
-  EXPECT_TRUE(reader.ReadEnd(nullptr));
+  ASSERT_TRUE(std::apply(
+      [&](auto&... v) { return ReadArgs(reader, &error, &v...); }, read));
+  EXPECT_FALSE(reader.Read(&wrong, &too_few));
+
+  EXPECT_EQ(read, written);
+  EXPECT_FALSE(error);
   EXPECT_THAT(seen, ElementsAre("On", "Level", "Name"));
   EXPECT_TRUE(on);
-  ASSERT_TRUE(level_error);
-  EXPECT_EQ(level_error->message(), "Method parameter type mismatch");
-  ErrorPtr wrong_container;
-  MessageReader again(message.get());
-  EXPECT_FALSE(again.ReadDictionary<ObjectPath>(
-      "v", [](const ObjectPath&, ErrorPtr*) { return true; },
-      &wrong_container));
-  ASSERT_TRUE(wrong_container);
+  ASSERT_TRUE(mismatch && wrong_container && level_error && too_few);
+  EXPECT_EQ(mismatch->domain(), kDbusErrorDomain);
+  EXPECT_EQ(mismatch->code(), kInvalidArgs);
+  EXPECT_EQ(mismatch->message(), "Method parameter type mismatch");
   EXPECT_EQ(wrong_container->message(), "Method parameter type mismatch");
+  EXPECT_EQ(level_error->message(), "Method parameter type mismatch");
+  EXPECT_EQ(too_few->code(), kInvalidArgs);
+  EXPECT_EQ(too_few->message(), "Too few parameters in a method call");
 }
 
 }  // namespace
