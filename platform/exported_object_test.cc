@@ -11,6 +11,7 @@
 #include "platform/bus.h"
 #include "platform/event_loop.h"
 #include "platform/exported_object_manager.h"
+#include "platform/object_proxy.h"
 #include "tests/fixtures/bus_test.h"
 
 namespace morvane::ap {
@@ -161,8 +162,7 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrErrorsInTheOrderAdded)
 
   ASSERT_TRUE(next && ok);
   uint32_t value = 0;
-  MessageReader next_reader(next.get());
-  EXPECT_TRUE(ReadArgs(next_reader, nullptr, &value));
+  EXPECT_TRUE(ExtractMethodCallResults(next.get(), nullptr, &value));
   EXPECT_EQ(value, 42u);
   EXPECT_FALSE(ok->IsError()) << ok->error_message();
   EXPECT_TRUE(MessageReader(ok.get()).ReadEnd(nullptr));
@@ -177,8 +177,7 @@ TEST_F(ExportedObjectTest, MethodsAnswerWithTheirResultsOrErrorsInTheOrderAdded)
   // Introspection lists the methods in the order they were added.
   ASSERT_TRUE(introspection);
   std::string xml;
-  MessageReader introspection_reader(introspection.get());
-  ASSERT_TRUE(ReadArgs(introspection_reader, nullptr, &xml));
+  ASSERT_TRUE(ExtractMethodCallResults(introspection.get(), nullptr, &xml));
   EXPECT_LT(xml.find("\"SetState\""), xml.find("\"Next\"")) << xml;
 }
 
