@@ -131,13 +131,13 @@ TEST_F(FileStreamTest, ReadsWhatIsThereAndWaitCallsBackOnceWhenReadableOrHungUp)
   EXPECT_EQ(Read(&end_of_stream), "0123456789abcdef");
   EXPECT_FALSE(end_of_stream);
 
-  // The callback may wait again, or destroy the stream at its end; what
-  // was written before the hang-up is read first.
+  // The callback may wait again, or destroy the stream once it is drained;
+  // what was written before the hang-up is read first.
   std::string received;
   std::function<void(AccessMode)> drain = [&](AccessMode) {
-    received += Read(&end_of_stream);
-    received += end_of_stream ? "<end>" : "|";
-    if (end_of_stream) {
+    const std::string chunk = Read(&end_of_stream);
+    received += chunk + (end_of_stream ? "<end>" : "|");
+    if (chunk.empty()) {
       stream_.reset();
     } else {
       ASSERT_TRUE(stream_->WaitForData(AccessMode::kRead, drain, nullptr));
