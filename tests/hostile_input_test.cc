@@ -62,59 +62,39 @@ class HostileInputTest : public AvdTest {
   }
 };
 
-TEST_F(HostileInputTest, VpdCacheValuesThatAreNotQuotedCostOnlyTheirKey) {
+// A value of the VPD cache that is not quoted costs only its key, a line of
+// the platform settings that cannot be read only itself.
+TEST_F(HostileInputTest, FileLinesThatCannotBeReadCostOnlyThemselves) {
+  // The VPD cache's calibration line, the settings' text around the touch
+  // device's line, and the warning after "Failed to read ", followed by the
+  // settings' path in the rows of the settings (those without calibration).
   const struct {
     const char* name;
     std::string calibration;
-    const char* warning;
+    std::string before;
+    std::string after;
+    std::string warning;
   } kCases[] = {
-      {"empty", "\"ps_calibration\"=", "(): not enclosed"},
-      {"one character", "\"ps_calibration\"=\"", "(\"): not enclosed"},
-      {"unquoted", "\"ps_calibration\"=100", "(100): not enclosed"},
-      {"forged line", "\"ps_calibration\"=x\r<0>avd: forged\x1b[2J",
+      {"VPD empty", "\"ps_calibration\"=", "", "", "(): not enclosed"},
+      {"VPD one character", "\"ps_calibration\"=\"", "", "", "(\"): not enclosed"},
+      {"VPD unquoted", "\"ps_calibration\"=100", "", "", "(100): not enclosed"},
+      {"VPD forged line", "\"ps_calibration\"=x\r<0>avd: forged\x1b[2J", "", "",
        "(x\\r<0>avd: forged\\x1b[2J): not enclosed"},
+      {"settings without '='", "", "export PATH\n", "", "line 1 of "},
+      {"settings CRLF", "", "# image 7\r\n", "\r\nPLATFORM_HAS_NSS_SUPPORT=0\r\n", ""},
+      {"settings NUL byte", "", "",
+       std::string("\nPLATFORM_HAS_NSS_SUPPORT=0") + '\0' + "\n", "line 2 of "},
+      {"settings forged line", "", "\r<0>avd: forged\n", "\n", "line 1 of "},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
     AvdProcess avd(bus_.address(), {}, true);
     const std::string sensor = avd.dir().iio_sysfs_dir();
+    const std::string settings = avd.dir().sysroot() + kSettings;
     WriteWholeFile(avd.dir().vpd_cache(),
                    c.calibration + "\r\n\"plthres\"=\"40\"\r\n\"phthres\"=\"200\"\n",
                    nullptr);
     WriteWholeFile(sensor + "/in_proximity_calibbias", "-", nullptr);
-    avd.Start();
-
-    ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
-    ASSERT_TRUE(avd.WaitUntil([&] {
-      return ReadFile(sensor + "/events/in_proximity_thresh_rising_value") == "200";
-    })) << avd.Stderr();
-
-    EXPECT_TRUE(Answers());
-    EXPECT_EQ(ReadFile(sensor + "/events/in_proximity_thresh_falling_value"), "40");
-    EXPECT_EQ(ReadFile(sensor + "/in_proximity_calibbias"), "-");
-    EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read the VPD value of "
-                                        "ps_calibration " + std::string(c.warning)));
-    ExpectOnlyItsOwnLines(avd.dir().avd_log());
-  }
-}
-
-TEST_F(HostileInputTest, SettingsFileLinesThatCannotBeReadCostOnlyThemselves) {
-  const struct {
-    const char* name;
-    std::string before;
-    std::string after;
-    const char* warning;
-  } kCases[] = {
-      {"no '='", "export PATH\n", "", "line 1 of "},
-      {"CRLF", "# image 7\r\n", "\r\nPLATFORM_HAS_NSS_SUPPORT=0\r\n", nullptr},
-      {"NUL byte", "", std::string("\nPLATFORM_HAS_NSS_SUPPORT=0") + '\0' + "\n",
-       "line 2 of "},
-      {"forged line", "\r<0>avd: forged\n", "\n", "line 1 of "},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    AvdProcess avd(bus_.address());
-    const std::string settings = avd.dir().sysroot() + kSettings;
     WriteWholeFile(settings,
                    c.before + "PLATFORM_TOUCH_INPUT_EVENT_PATH='" +
                        avd.dir().touch_fifo() + "'" + c.after,
@@ -122,14 +102,20 @@ TEST_F(HostileInputTest, SettingsFileLinesThatCannotBeReadCostOnlyThemselves) {
     avd.Start();
 
     ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
-    ASSERT_TRUE(avd.WaitUntil(
-        [&] { return avd.Stderr().find(" started: ") != std::string::npos; }));
+    ASSERT_TRUE(avd.WaitUntil([&] {
+      return avd.Stderr().find(" started: ") != std::string::npos &&
+             ReadFile(sensor + "/events/in_proximity_thresh_rising_value") == "200";
+    })) << avd.Stderr();
 
     EXPECT_TRUE(Answers());
+    EXPECT_EQ(ReadFile(sensor + "/events/in_proximity_thresh_falling_value"), "40");
+    EXPECT_EQ(ReadFile(sensor + "/in_proximity_calibbias"), "-");
     EXPECT_THAT(avd.Stderr(), HasSubstr("touch device " + avd.dir().touch_fifo()));
-    if (c.warning) {
-      EXPECT_THAT(avd.Stderr(), HasSubstr(std::string("Failed to read ") +
-                                          c.warning + settings));
+    if (c.calibration.empty() && !c.warning.empty()) {
+      EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read " + c.warning + settings));
+    } else if (!c.warning.empty()) {
+      EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read the VPD value of "
+                                          "ps_calibration " + c.warning));
     } else {
       EXPECT_THAT(avd.Stderr(), Not(HasSubstr("Failed to read ")));
     }
