@@ -98,11 +98,9 @@ class DbusPolicyTest : public testing::Test {
   }
 
   // The daemon's stand-in, as the daemon's user: owns the name and answers
-  // every call on the Manager's path. Returns once it is on the bus; fails
-  // when the name is not granted.
+  // every call on the Manager's path. Returns once it is on the bus (it
+  // stops itself there until continued); fails when the name is not granted.
   void StartOwner() {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
     owner_ = Fork(kDaemonUser, [&](sd_bus* bus) {
       auto reply = [](sd_bus_message* m, void*, sd_bus_error*) {
         return sd_bus_reply_method_return(m, "");
@@ -111,15 +109,16 @@ class DbusPolicyTest : public testing::Test {
           sd_bus_request_name(bus, kService, 0) < 0) {
         return 2;
       }
-      (void)!write(ready[1], "x", 1);
       alarm(0);
+      raise(SIGSTOP);
       while (sd_bus_process(bus, nullptr) >= 0) sd_bus_wait(bus, UINT64_MAX);
       return 2;
     });
-    close(ready[1]);
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1) << "the owner did not start";
-    close(ready[0]);
+    int status = 0;
+    ASSERT_EQ(waitpid(owner_, &status, WUNTRACED), owner_);
+    if (!WIFSTOPPED(status)) owner_ = -1;  // reaped: nothing to stop
+    ASSERT_GT(owner_, 0) << "the owner did not start";
+    kill(owner_, SIGCONT);
   }
 
   // 0 for success, 1 for access denied, 2 for anything else.
