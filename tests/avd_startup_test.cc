@@ -84,29 +84,23 @@ TEST_F(AvdStartupTest, ManagerAndStatusAreListedAndIntrospectableOnceTheNameIsOw
   ASSERT_TRUE(avd.WaitForName(client_)) << avd.Stderr();
   const std::string root = "/org/tessaly/ap/AudioVisual";
   const auto introspect = [&](const std::string& path) {
-    sd_bus_message* reply = nullptr;
-    const char* xml = "";
-    EXPECT_GE(sd_bus_call_method(client_, kService, path.c_str(),
-                                 "org.freedesktop.DBus.Introspectable", "Introspect",
-                                 nullptr, &reply, ""), 0) << path;
-    if (reply) sd_bus_message_read(reply, "s", &xml);
-    const std::string text = xml;
-    sd_bus_message_unref(reply);
-    return text;
+    std::string xml;
+    const auto reply = Call(path, "org.freedesktop.DBus.Introspectable", "Introspect");
+    EXPECT_TRUE(reply && MessageReader(reply.get()).Read(&xml, nullptr)) << path;
+    return xml;
   };
-  sd_bus_message* objects = nullptr;
-  ASSERT_GE(sd_bus_call_method(client_, kService, root.c_str(),
-                               "org.freedesktop.DBus.ObjectManager", "GetManagedObjects",
-                               nullptr, &objects, ""), 0);
+  const auto objects =
+      Call(root, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects");
+  ASSERT_TRUE(objects);
+  MessageReader reader(objects.get());
   std::vector<std::string> paths;
-  ASSERT_GT(sd_bus_message_enter_container(objects, 'a', "{oa{sa{sv}}}"), 0);
-  for (const char* path; sd_bus_message_enter_container(objects, 'e', "oa{sa{sv}}") > 0 &&
-                         sd_bus_message_read(objects, "o", &path) > 0;
-       sd_bus_message_exit_container(objects)) {
-    paths.push_back(path);
-    sd_bus_message_skip(objects, "a{sa{sv}}");
-  }
-  sd_bus_message_unref(objects);
+  ASSERT_TRUE(reader.ReadDictionary<ObjectPath>(
+      "a{sa{sv}}",
+      [&](const ObjectPath& path, ErrorPtr* error) {
+        paths.push_back(path.value);
+        return reader.Skip(error);
+      },
+      nullptr));
 
   EXPECT_THAT(paths, UnorderedElementsAre(root + "/Manager", root + "/Status"));
   // Deadlines move on every repeated call: never announced.
