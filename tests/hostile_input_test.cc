@@ -34,10 +34,7 @@ constexpr size_t kLongestLine = 1024;
 class HostileInputTest : public AvdTest {
  protected:
   // Whether the daemon answers on the bus now.
-  bool Answers() {
-    return sd_bus_call_method(client_, kService, "/", "org.freedesktop.DBus.Peer",
-                              "Ping", nullptr, nullptr, "") >= 0;
-  }
+  bool Answers() { return Call("/", "org.freedesktop.DBus.Peer", "Ping") != nullptr; }
   // A boolean of the daemon's status: 0 or 1, -1 when it cannot be read.
   int InUse(const char* name) {
     int value = -1;
@@ -47,9 +44,8 @@ class HostileInputTest : public AvdTest {
   }
   // A call whose answer (a rejection, mostly) is not looked at.
   void SetLedState(const std::string& state) {
-    sd_bus_call_method(client_, kService, "/org/tessaly/ap/AudioVisual/Manager",
-                       "org.tessaly.ap.AudioVisual.Manager", "SetLedState",
-                       nullptr, nullptr, "ssu", state.c_str(), "", 0u);
+    Call("/org/tessaly/ap/AudioVisual/Manager", "org.tessaly.ap.AudioVisual.Manager",
+         "SetLedState", "ssu", state.c_str(), "", 0u);
   }
   // Every line of the daemon's log (at |path|) was started by the daemon
   // (glog's header) and is not long.
@@ -111,13 +107,13 @@ TEST_F(HostileInputTest, FileLinesThatCannotBeReadCostOnlyThemselves) {
     EXPECT_EQ(ReadFile(sensor + "/events/in_proximity_thresh_falling_value"), "40");
     EXPECT_EQ(ReadFile(sensor + "/in_proximity_calibbias"), "-");
     EXPECT_THAT(avd.Stderr(), HasSubstr("touch device " + avd.dir().touch_fifo()));
-    if (c.calibration.empty() && !c.warning.empty()) {
-      EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read " + c.warning + settings));
-    } else if (!c.warning.empty()) {
-      EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read the VPD value of "
-                                          "ps_calibration " + c.warning));
-    } else {
+    const std::string warning = c.calibration.empty()
+                                    ? c.warning + settings
+                                    : "the VPD value of ps_calibration " + c.warning;
+    if (c.warning.empty()) {
       EXPECT_THAT(avd.Stderr(), Not(HasSubstr("Failed to read ")));
+    } else {
+      EXPECT_THAT(avd.Stderr(), HasSubstr("Failed to read " + warning));
     }
     ExpectOnlyItsOwnLines(avd.dir().avd_log());
   }
