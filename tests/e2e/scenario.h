@@ -58,13 +58,12 @@ inline const ScenarioStep kScenario[] = {
 inline void RunScenario(SimProcess& sim, int64_t timeout_ms,
                         int64_t start_timeout_ms) {
   for (const ScenarioStep& step : kScenario) {
+    SCOPED_TRACE(step.command);
     const size_t from = sim.lines().size();
-    ASSERT_TRUE(sim.Send(step.command));
+    sim.Send(step.command);
     for (const char* outcome : step.outcomes) {
-      ASSERT_TRUE(sim.WaitForPrefix(
-          outcome, from, step.starts_daemon ? start_timeout_ms : timeout_ms))
-          << step.command << ": no line \"" << outcome << "\"\n"
-          << sim.Transcript();
+      sim.ExpectPrefix(outcome, from,
+                       step.starts_daemon ? start_timeout_ms : timeout_ms);
     }
   }
 }

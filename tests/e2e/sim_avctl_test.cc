@@ -22,22 +22,25 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 // Runs |program| with |args| (cut after 10 s); returns its exit status, and
 // what it printed in |output|.
-int RunProgram(const std::string& program, const std::string& args, std::string* output) {
-  FILE* out = popen(("timeout 10 " + program + " " + args + " 2>&1").c_str(), "r");
+int RunProgram(const std::string& program, const std::string& args,
+               std::string* output) {
+  FILE* out =
+      popen(("timeout 10 " + program + " " + args + " 2>&1").c_str(), "r");
   char buffer[4096];
   output->clear();
-  while (size_t n = fread(buffer, 1, sizeof(buffer), out)) output->append(buffer, n);
+  while (size_t n = fread(buffer, 1, sizeof(buffer), out)) {
+    output->append(buffer, n);
+  }
   const int status = pclose(out);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // What avctl, avd and ap-sim say of their command lines, before any bus:
 // usage errors exit 64, a valid request without a bus says where to find
-// one.
+// one. Each prints its own usage and flags, none of its libraries'.
 TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
   const struct {
     const char* program;
@@ -45,7 +48,8 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
     int status;
     const char* says;
   } kCases[] = {
-      {AVD_BINARY, "-h", 0, "\n  AVD_SYSROOT "},
+      {AVD_BINARY, "-h", 0, "avd: AV Daemon\n\nUsage: avd "},
+      {AVD_BINARY, "--help", 0, "\n  AVD_SYSROOT "},
       {AP_SIM_BINARY, "--help", 0, "--script:"},
       {AVD_BINARY, "help", 0, "Usage: avd"},
       {AVD_BINARY, "--bogus", 64, "avd: unknown option '--bogus'"},
@@ -61,31 +65,29 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
       {AVCTL_BINARY, "bogus", 64, "unknown command bogus"},
       {AVCTL_BINARY, "--bogus status", 64, "unknown option --bogus"},
       {AVCTL_BINARY, "status now", 64, "status takes no arguments"},
-      {AVCTL_BINARY, "op succeed -1", 64, "invalid operation ID -1: a number from 0 to"},
-      {AVCTL_BINARY, "op succeed 4294967296", 64, "invalid operation ID 4294967296"},
-      {AVCTL_BINARY, "led vox x 4294967296", 64, "invalid number of seconds 4294967296"},
+      {AVCTL_BINARY, "op succeed -1", 64,
+       "invalid operation ID -1: a number from 0 to"},
+      {AVCTL_BINARY, "op succeed 4294967296", 64,
+       "invalid operation ID 4294967296"},
+      {AVCTL_BINARY, "led vox x 4294967296", 64,
+       "invalid number of seconds 4294967296"},
       // strtoull negates what follows a minus: this one would come out as 1.
-      {AVCTL_BINARY, "led vox x -18446744073709551615", 64, "invalid number of seconds"},
+      {AVCTL_BINARY, "led vox x -18446744073709551615", 64,
+       "invalid number of seconds"},
       {AVCTL_BINARY, "led vox x", 64, "led takes NAME VALUE SECONDS"},
-      {AVCTL_BINARY, "op succeed 4294967295", 1, "or set DBUS_SYSTEM_BUS_ADDRESS"},
+      {AVCTL_BINARY, "op succeed 4294967295", 1,
+       "or set DBUS_SYSTEM_BUS_ADDRESS"},
       {AVCTL_BINARY, "led vox x 4294967295", 1, "Run it inside the simulator"},
   };
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);
   for (const auto& c : kCases) {
+    SCOPED_TRACE(c.args);
     std::string output;
-    EXPECT_EQ(RunProgram(c.program, c.args, &output), c.status) << c.args << "\n" << output;
-    EXPECT_THAT(output, HasSubstr(c.says)) << c.args;
+    EXPECT_EQ(RunProgram(c.program, c.args, &output), c.status) << output;
+    EXPECT_THAT(output, HasSubstr(c.says));
+    EXPECT_THAT(output, Not(HasSubstr("log_dir")));
   }
   unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-  // Each prints its own usage and flags, none of its libraries'.
-  for (const std::string program : {AVD_BINARY, AP_SIM_BINARY}) {
-    std::string output;
-    EXPECT_EQ(RunProgram(program, "--help", &output), 0) << output;
-    EXPECT_THAT(output, Not(HasSubstr("log_dir"))) << output;
-    if (program == AVD_BINARY) {
-      EXPECT_THAT(output, StartsWith("avd: AV Daemon\n\nUsage: avd "));
-    }
-  }
   // A machine without a system bus, as most workstations are.
   if (access("/run/dbus/system_bus_socket", F_OK) != 0) {
     std::string output;
@@ -95,39 +97,13 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
   }
 }
 
-class SimAvctlTest : public testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(sim_.Start(AP_SIM_BINARY, AVD_BINARY));
-    sim_.Expect("ready");
-    sim_.Expect("brightness 76");  // The configuration has arrived.
-    const std::string prefix = "bus started pid=";
-    const std::string line = sim_.lines()[*sim_.WaitForPrefix(prefix)];
-    address_ = line.substr(line.find("address=") + 8);
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", address_.c_str(), 1);
-  }
-  void TearDown() override { unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
-
-  int Avctl(const std::string& args, std::string* output) {
-    return RunProgram(AVCTL_BINARY, args, output);
-  }
-  std::string Status() {
-    std::string output;
-    EXPECT_EQ(Avctl("status", &output), 0) << output;
-    return output;
-  }
-  // The simulator's command, done once its light line came.
-  void Sim(const std::string& command, const std::string& line) {
-    const size_t from = sim_.lines().size();
-    ASSERT_TRUE(sim_.Send(command));
-    sim_.Expect(line, from);
-  }
-
-  SimProcess sim_;
-  std::string address_;
-};
-
-TEST_F(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
+TEST(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
+  SimProcess sim;
+  ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY));
+  sim.Expect("ready");
+  sim.Expect("brightness 76");  // The configuration has arrived.
+  const std::string bus = sim.After("bus started ");
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.substr(bus.find("address=") + 8).c_str(), 1);
   // The monitor prints into a pipe; it is on the bus once the first status
   // is there.
   int pipe_fds[2];
@@ -155,34 +131,30 @@ TEST_F(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
   };
   ASSERT_TRUE(monitored("Audio server")) << changes;
   std::string output;
+  // avctl status says each of |parts|.
+  auto status_says = [&](std::initializer_list<const char*> parts) {
+    EXPECT_EQ(RunProgram(AVCTL_BINARY, "status", &output), 0) << output;
+    for (const char* part : parts) EXPECT_THAT(output, HasSubstr(part));
+  };
 
-  std::string status = Status();
-  EXPECT_THAT(status, HasSubstr("avd: light state 0, start-up (decided by the "
-                                "start-up grace period, "));
-  EXPECT_THAT(status, HasSubstr("      Brightness: 76 of 255, configured\n"));
-  EXPECT_THAT(status, HasSubstr("  Last operation: none\n"));
-  EXPECT_THAT(status, HasSubstr("Proximity sensor: in use\n"));
-  EXPECT_THAT(status, HasSubstr("    Touch device: in use\n"));
-
-  EXPECT_EQ(Avctl("op start", &output), 0);
+  status_says({"avd: light state 0, start-up (decided by the start-up grace period, ",
+               "      Brightness: 76 of 255, configured\n", "  Last operation: none\n",
+               "Proximity sensor: in use\n", "    Touch device: in use\n"});
+  EXPECT_EQ(RunProgram(AVCTL_BINARY, "op start", &output), 0);
   EXPECT_EQ(output, "1\n");
-  sim_.Expect("light state 6");
-  Sim("wan online", "upstart ap-wan-online");
-  status = Status();
-  EXPECT_THAT(status, HasSubstr("light state 6, operation in progress (decided by vox)\n"));
-  EXPECT_THAT(status, HasSubstr("       Connected: yes (WAN online, no group failure)\n"));
-  EXPECT_THAT(status, HasSubstr("    Timed states: vox \"in_progress\", "));
-  EXPECT_THAT(status, HasSubstr("  Last operation: 1\n"));
-
-  EXPECT_EQ(Avctl("op succeed", &output), 0) << output;
-  sim_.Expect("light transition 1 0");
-  Sim("group failure", "light state 2");
-  status = Status();
-  EXPECT_THAT(status, HasSubstr("light state 2, WAN failure (decided by not_connected)\n"));
-  EXPECT_THAT(status, HasSubstr("Connected: no (WAN online, group failure)\n"));
-  EXPECT_THAT(status, HasSubstr("    Timed states: none\n"));
-
-  EXPECT_EQ(Avctl("led bogus x 1", &output), 1);
+  sim.Expect("light state 6");
+  sim.Send("wan online");
+  sim.Expect("upstart ap-wan-online");
+  status_says({"light state 6, operation in progress (decided by vox)\n",
+               "       Connected: yes (WAN online, no group failure)\n",
+               "    Timed states: vox \"in_progress\", ", "  Last operation: 1\n"});
+  EXPECT_EQ(RunProgram(AVCTL_BINARY, "op succeed", &output), 0) << output;
+  sim.Expect("light transition 1 0");
+  sim.Send("group failure");
+  sim.Expect("light state 2");
+  status_says({"light state 2, WAN failure (decided by not_connected)\n",
+               "Connected: no (WAN online, group failure)\n", "    Timed states: none\n"});
+  EXPECT_EQ(RunProgram(AVCTL_BINARY, "led bogus x 1", &output), 1);
   EXPECT_THAT(output, HasSubstr("avctl: Failed to call SetLedState: "));
   EXPECT_THAT(output, HasSubstr("avd accepts the names \"vox\" and \"setup_activity\""));
 

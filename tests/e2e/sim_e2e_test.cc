@@ -39,22 +39,18 @@ TEST(SimShutdownTest, LeavesNothingBehind) {
     SCOPED_TRACE(how);
     SimProcess sim;
     ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY));
-    ASSERT_TRUE(sim.WaitForLine("ready")) << sim.Transcript();
-    auto value = [&](const std::string& prefix) {
-      const std::string line = sim.lines()[*sim.WaitForPrefix(prefix)];
-      return line.substr(prefix.size(), line.find(' ', prefix.size()) - prefix.size());
-    };
-    const std::string dir = value("sim dir ");
-    const pid_t pids[] = {std::atoi(value("bus started pid=").c_str()),
-                          std::atoi(value("avd started pid=").c_str())};
+    sim.Expect("ready");
+    const std::string dir = sim.After("sim dir ");
+    const pid_t pids[] = {std::atoi(sim.After("bus started pid=").c_str()),
+                          std::atoi(sim.After("avd started pid=").c_str())};
 
     if (how == 0) sim.Send("quit");
     if (how == -1) sim.CloseInput();
     if (how > 0) kill(sim.pid(), how);
 
     EXPECT_EQ(sim.WaitForExit(), std::optional<int>(0)) << sim.Transcript();
-    EXPECT_TRUE(sim.WaitForLine("avd exited status=0")) << sim.Transcript();
-    EXPECT_TRUE(sim.WaitForLine("bye")) << sim.Transcript();
+    sim.Expect("avd exited status=0");
+    sim.Expect("bye");
     // Both were the simulator's children and were reaped by it.
     for (const pid_t pid : pids) {
       ASSERT_GT(pid, 0);
@@ -69,8 +65,7 @@ TEST(SimShutdownTest, LeavesNothingBehind) {
 TEST(SimSysfsLightsTest, LightStatesReachTheLedAttributes) {
   SimProcess sim;
   ASSERT_TRUE(sim.Start(AP_SIM_BINARY, AVD_BINARY, {"--sysfs_lights"}));
-  EXPECT_TRUE(sim.WaitForPrefix("avd: lightcontrol-sysfs: ring of 12 LEDs: "))
-      << sim.Transcript();
+  sim.ExpectPrefix("avd: lightcontrol-sysfs: ring of 12 LEDs: ");
   // Start-up: white breathing, at the configured intensity's 76 of 255.
   sim.Expect("ring rgb 255 255 255 pattern 0 1500 76 1500");
   sim.Expect("ready");

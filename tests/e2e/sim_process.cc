@@ -116,8 +116,8 @@ bool SimProcess::DaemonEnded() const {
   return ended;
 }
 
-std::optional<size_t> SimProcess::WaitFor(const std::string& text, bool whole,
-                                          size_t from, int64_t timeout_ms) {
+size_t SimProcess::Wait(const std::string& text, bool whole, size_t from,
+                        int64_t timeout_ms) {
   int64_t deadline = NowMs() + (failed_ ? 0 : timeout_ms);
   bool ended = false;
   for (size_t i = from;; ++i) {
@@ -128,11 +128,22 @@ std::optional<size_t> SimProcess::WaitFor(const std::string& text, bool whole,
         deadline = std::min(deadline, NowMs() + kAfterDaemonEndMs);
       }
       const int64_t left = deadline - NowMs();
-      if (left <= 0 || from_sim_ < 0) return std::nullopt;
+      if (left <= 0 || from_sim_ < 0) {
+        ADD_FAILURE() << "no line \"" << text << "\" after line " << from
+                      << (failed_ ? " (after an earlier failure)"
+                                  : "; output:\n" + Transcript());
+        failed_ = true;
+        return lines_.size();
+      }
       ReadSome(left);
     }
     if (whole ? lines_[i] == text : lines_[i].starts_with(text)) return i;
   }
+}
+
+std::string SimProcess::After(const std::string& prefix) {
+  const size_t at = ExpectPrefix(prefix);
+  return at < lines_.size() ? lines_[at].substr(prefix.size()) : "";
 }
 
 std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
@@ -153,23 +164,16 @@ std::optional<int> SimProcess::WaitForExit(int64_t timeout_ms) {
   return exit_code_;
 }
 
-size_t SimProcess::Expect(const std::string& line, size_t from) {
-  const std::optional<size_t> at = WaitForLine(line, from);
-  failed_ = failed_ || !at;
-  EXPECT_TRUE(at.has_value()) << "no line \"" << line << "\" after line "
-                              << from << "; output:\n"
-                              << Transcript();
-  return at.value_or(lines_.size());
-}
-
 std::string SimProcess::Transcript() const {
   std::string out;
   for (const std::string& line : lines_) out += "  | " + line + "\n";
   return out;
 }
 
-size_t SimProcess::Count(const std::string& line) const {
-  return std::count(lines_.begin(), lines_.end(), line);
+size_t SimProcess::Count(const std::string& prefix) const {
+  return std::count_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
+    return line.starts_with(prefix);
+  });
 }
 
 }  // namespace morvane::ap

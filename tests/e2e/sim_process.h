@@ -38,25 +38,24 @@ class SimProcess {
   void CloseInput();
 
   // Waits until a line equal to |line| appears at index |from| or later and
-  // returns its index; nullopt on time-out, when the simulator ended first,
-  // or kAfterDaemonEndMs after the daemon ended with no restart asked for.
-  std::optional<size_t> WaitForLine(const std::string& line, size_t from = 0,
-                                    int64_t timeout_ms = kDefaultTimeoutMs) {
-    return WaitFor(line, true, from, timeout_ms);
+  // returns its index. When it does not come within |timeout_ms|, when the
+  // simulator ends first, or kAfterDaemonEndMs after the daemon ended with
+  // no restart asked for, fails the current test, showing the transcript,
+  // and returns the line count. After such a failure no wait waits any
+  // more, so that a failing test fails in one time-out, not in one per
+  // remaining line.
+  size_t Expect(const std::string& line, size_t from = 0,
+                int64_t timeout_ms = kDefaultTimeoutMs) {
+    return Wait(line, true, from, timeout_ms);
   }
-
-  // WaitForLine() that fails the current test, showing the transcript,
-  // when the line does not come; returns its index (or the line count).
-  // After such a failure no wait waits any more, so that a failing test
-  // fails in one time-out, not in one per remaining line.
-  size_t Expect(const std::string& line, size_t from = 0);
-
-  // As WaitForLine, for the first line that starts with |prefix|.
-  std::optional<size_t> WaitForPrefix(const std::string& prefix,
-                                      size_t from = 0,
-                                      int64_t timeout_ms = kDefaultTimeoutMs) {
-    return WaitFor(prefix, false, from, timeout_ms);
+  // As Expect, for the first line that starts with |prefix|.
+  size_t ExpectPrefix(const std::string& prefix, size_t from = 0,
+                      int64_t timeout_ms = kDefaultTimeoutMs) {
+    return Wait(prefix, false, from, timeout_ms);
   }
+  // The rest of the first line that starts with |prefix| (ExpectPrefix);
+  // empty when none comes.
+  std::string After(const std::string& prefix);
 
   // Waits for the simulator to exit; returns its exit code, or nullopt on
   // time-out (it is then still running).
@@ -65,7 +64,8 @@ class SimProcess {
   // Every line read so far, and all of them as one text for failure output.
   const std::vector<std::string>& lines() const { return lines_; }
   std::string Transcript() const;
-  size_t Count(const std::string& line) const;
+  // How many of them start with |prefix|.
+  size_t Count(const std::string& prefix) const;
 
   pid_t pid() const { return pid_; }
 
@@ -77,9 +77,9 @@ class SimProcess {
   // a failed start) and no restart was asked for before it.
   bool DaemonEnded() const;
   // The first line from |from| on equal to |text| (|whole|) or starting
-  // with it.
-  std::optional<size_t> WaitFor(const std::string& text, bool whole,
-                                size_t from, int64_t timeout_ms);
+  // with it, as Expect.
+  size_t Wait(const std::string& text, bool whole, size_t from,
+              int64_t timeout_ms);
 
   pid_t pid_ = -1;
   int to_sim_ = -1;

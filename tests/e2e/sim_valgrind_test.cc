@@ -26,16 +26,15 @@ TEST(SimValgrindTest, TheDaemonEndsCleanAfterEveryCapability) {
   setenv("AVD_VALGRIND_ROOT", VALGRIND_ROOT, 1);
   SimProcess sim;
   ASSERT_TRUE(sim.Start(AP_SIM_BINARY, VALGRIND_AVD));
-  ASSERT_TRUE(sim.WaitForLine("ready", 0, kStartMs)) << sim.Transcript();
-  ASSERT_TRUE(sim.WaitForLine("brightness 76", 0, kStartMs)) << sim.Transcript();
+  sim.Expect("ready", 0, kStartMs);
+  sim.Expect("brightness 76", 0, kStartMs);
 
   // The restart at its end shows the first daemon ended clean.
   RunScenario(sim, kReactionMs, kStartMs);
   const size_t from = sim.lines().size();
   sim.Send("quit");
 
-  EXPECT_TRUE(sim.WaitForLine("avd exited status=0", from, kStartMs))
-      << sim.Transcript();
+  sim.Expect("avd exited status=0", from, kStartMs);
 }
 
 }  // namespace
