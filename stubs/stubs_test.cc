@@ -66,20 +66,23 @@ TEST_F(StubsTest, LightControlReadsTheAmbientFileAtEachCall) {
     EXPECT_EQ(light_get_ambient_brightness(&level), c.level >= 0);
 
     EXPECT_EQ(level, c.level >= 0 ? c.level : 99);
+    const std::string logged = c.level >= 0 ? std::to_string(c.level) : "fail";
     EXPECT_THAT(Lines("light.log"),
-                ElementsAre(c.level >= 0 ? "light_get_ambient_brightness " +
-                                               std::to_string(c.level)
-                                         : "light_get_ambient_brightness fail"));
+                ElementsAre("light_get_ambient_brightness " + logged));
   }
 }
 
-// A server that is down is seen by the input manager's tests.
-TEST_F(StubsTest, PavoLogsEveryCallAndCapturesPlayedBytes) {
+// With a capture file the server needs no sound card; without one, the
+// sound device is chosen by the ALSA configuration, so a configuration in
+// the temporary directory stands in for a sound card. A server that is down
+// is seen by the input manager's tests.
+TEST_F(StubsTest, PavoLogsEveryCallAndPlaysIntoTheCaptureOrTheAlsaDevice) {
   SetEnv("PAVO_LOG", "pavo.log");
-  // With a capture file the server needs no sound card.
   SetEnv("PAVO_CAPTURE", "capture.raw");
   const int16_t kStereo[] = {1, -2, 0x1234, 0x5678, -32768, 32767};
   const int16_t kMono[] = {0x0a0b, 0x0c0d};
+  const std::string stereo = Bytes(kStereo, sizeof(kStereo));
+  const std::string mono = Bytes(kMono, sizeof(kMono));
   pavo_client* client = nullptr;
 
   ASSERT_EQ(pavo_helper_create_connect(&client), 0);
@@ -92,8 +95,7 @@ TEST_F(StubsTest, PavoLogsEveryCallAndCapturesPlayedBytes) {
   pavo_client_destroy(client);
 
   EXPECT_EQ(device, 0);
-  EXPECT_EQ(ReadFile(dir_.Path("capture.raw")),
-            Bytes(kStereo, sizeof(kStereo)) + Bytes(kMono, sizeof(kMono)));
+  EXPECT_EQ(ReadFile(dir_.Path("capture.raw")), stereo + mono);
   EXPECT_THAT(
       Lines("pavo.log"),
       ElementsAre(
@@ -102,20 +104,16 @@ TEST_F(StubsTest, PavoLogsEveryCallAndCapturesPlayedBytes) {
           "play frames=2 format=2 rate=48000 channels=1 device=0 bytes=4 -> 0",
           "play frames=0 format=2 rate=48000 channels=1 device=0 bytes=0 -> 0",
           "destroy"));
-}
 
-// The sound device is chosen by the ALSA configuration, so a configuration in
-// the temporary directory stands in for a sound card.
-TEST_F(StubsTest, PavoPlaysThroughTheDefaultAlsaDevice) {
-  SetEnv("PAVO_LOG", "pavo.log");
+  unsetenv("PAVO_CAPTURE");
+  SetEnv("PAVO_LOG", "alsa.log");
   // Named but absent: the server is up, and plays on the device.
   SetEnv("PAVO_DOWN", "down");
   // ALSA reloads its configuration only when the file list or a file's
   // inode or mtime (whole seconds) changes: use a new file for each.
   SetEnv("ALSA_CONFIG_PATH", "no-default.conf");
   dir_.Write("no-default.conf", "pcm.nothing { type null }\n");
-  pavo_client* client = nullptr;
-
+  client = nullptr;
   EXPECT_NE(pavo_helper_create_connect(&client), 0);
   EXPECT_EQ(client, nullptr);
 
@@ -123,19 +121,15 @@ TEST_F(StubsTest, PavoPlaysThroughTheDefaultAlsaDevice) {
   dir_.Write("file-default.conf",
              "pcm.!default { type file slave.pcm { type null }\n  file \"" +
                  dir_.Path("card.raw") + "\" format \"raw\" }\n");
-  const int16_t kStereo[] = {1, 2, 3, 4};
-  const int16_t kMono[] = {7, 8, 9};
   ASSERT_EQ(pavo_helper_create_connect(&client), 0);
-  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 2, 2, 48000, 2, 0), 0);
-  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 2, 2, 48000, 2, 0), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 3, 2, 48000, 2, 0), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kStereo, 3, 2, 48000, 2, 0), 0);
   // A new channel count sets the device up again.
-  EXPECT_EQ(pavo_helper_play_buffer(client, kMono, 3, 2, 48000, 1, 0), 0);
+  EXPECT_EQ(pavo_helper_play_buffer(client, kMono, 2, 2, 48000, 1, 0), 0);
   pavo_client_destroy(client);
 
-  const std::string stereo = Bytes(kStereo, sizeof(kStereo));
-  EXPECT_EQ(ReadFile(dir_.Path("card.raw")),
-            stereo + stereo + Bytes(kMono, sizeof(kMono)));
-  const std::vector<std::string> lines = Lines("pavo.log");
+  EXPECT_EQ(ReadFile(dir_.Path("card.raw")), stereo + stereo + mono);
+  const std::vector<std::string> lines = Lines("alsa.log");
   ASSERT_GE(lines.size(), 2u);
   EXPECT_THAT(lines[0], MatchesRegex("connect -[0-9]+"));
   EXPECT_EQ(lines[1], "connect 0");
