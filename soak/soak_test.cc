@@ -36,15 +36,9 @@ constexpr uint16_t kButton = 0x211;
 constexpr long kFlatKiB = 512;
 constexpr int64_t kGiveUpUs = 600'000'000;
 
-int64_t WallUs() {
+int64_t NowNs(clockid_t clock) {
   timespec ts{};
-  clock_gettime(CLOCK_REALTIME, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1'000'000 + ts.tv_nsec / 1000;
-}
-
-int64_t MonotonicNs() {
-  timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
+  clock_gettime(clock, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1'000'000'000 + ts.tv_nsec;
 }
 
@@ -72,33 +66,33 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
     if (sd_bus_message_is_method_error(m, nullptr)) ++c->failed;
     return 0;
   };
+  auto call = [&](const char* method, const char* types, auto... args) {
+    return sd_bus_call_method_async(client, nullptr, kService, kPath,
+                                    kInterface, method, on_reply, &counts,
+                                    types, args...);
+  };
   int sent = 0;
   int waves = 0;
   int presses = 0;
   long warm_rss = -1;
-  const int64_t start = MonotonicNs();
+  const int64_t start = NowNs(CLOCK_MONOTONIC);
   while (counts.answered < kCalls) {
     while (sent < kCalls && sent - counts.answered < kWindow) {
       // The three operation methods in turn, then a timed LED state.
       const int kind = sent % 4;
       const int r =
-          kind < 3 ? sd_bus_call_method_async(
-                         client, nullptr, kService, kPath, kInterface,
-                         kOperationMethods[kind], on_reply, &counts, "u",
-                         kind == 0 ? 0u : 1u)
-                   : sd_bus_call_method_async(
-                         client, nullptr, kService, kPath, kInterface,
-                         "SetLedState", on_reply, &counts, "ssu",
-                         "setup_activity", "on", 5u);
+          kind < 3 ? call(kOperationMethods[kind], "u", kind == 0 ? 0u : 1u)
+                   : call("SetLedState", "ssu", "setup_activity", "on", 5u);
       ASSERT_GE(r, 0);
       ++sent;
       // The records go in among the calls.
       if (sent % 40 == 0 && waves < kWaves &&
-          world.WriteIio(MakeWaveRecords(MonotonicNs(), 100'000'000))) {
+          world.WriteIio(MakeWaveRecords(NowNs(CLOCK_MONOTONIC), 100'000'000))) {
         ++waves;
       }
       if (sent % 80 == 0 && presses < kPresses &&
-          world.WriteTouch(MakeButtonPressRecords(kButton, WallUs()))) {
+          world.WriteTouch(
+              MakeButtonPressRecords(kButton, NowNs(CLOCK_REALTIME) / 1000))) {
         ++presses;
       }
     }
@@ -109,7 +103,7 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
     if (warm_rss < 0 && counts.answered >= kWarmUpCalls) {
       warm_rss = ProcessStatus(world.avd_pid(), "RssAnon");
     }
-    ASSERT_LT(MonotonicNs() - start, kGiveUpUs * 1000) << "too slow";
+    ASSERT_LT(NowNs(CLOCK_MONOTONIC) - start, kGiveUpUs * 1000) << "too slow";
   }
   world.RunFor(500'000);  // The last records and their reactions.
   const long end_rss = ProcessStatus(world.avd_pid(), "RssAnon");
@@ -130,7 +124,8 @@ TEST(SoakTest, DaemonStaysCleanAndFlatUnderLoad) {
       << " calls, " << end_rss << " KiB after " << kCalls;
   RecordProperty("rss_after_warm_up_kib", static_cast<int>(warm_rss));
   RecordProperty("rss_at_end_kib", static_cast<int>(end_rss));
-  RecordProperty("seconds", static_cast<int>((MonotonicNs() - start) / 1e9));
+  RecordProperty("seconds",
+                 static_cast<int>((NowNs(CLOCK_MONOTONIC) - start) / 1e9));
 }
 
 }  // namespace
