@@ -15,15 +15,12 @@ TEST(LibraryLogTest, LightControlLinesBecomeSimulatorLines) {
   } kCases[] = {
       {"light_init 1", "light init 1", std::nullopt, std::nullopt},
       {"light_set_state 6", "light state 6", 6, std::nullopt},
-      {"light_set_state_with_transition 1 0", "light transition 1 0", 1,
-       std::nullopt},
+      {"light_set_state_with_transition 1 0", "light transition 1 0", 1, std::nullopt},
       {"light_set_master_brightness 76", "brightness 76", std::nullopt, 76},
-      {"light_get_ambient_brightness fail", "ambient read fail", std::nullopt,
-       std::nullopt},
+      {"light_get_ambient_brightness fail", "ambient read fail", std::nullopt, std::nullopt},
       {"light_get_proximity_device_path /dev/iio:device0",
        "proximity path /dev/iio:device0", std::nullopt, std::nullopt},
-      {"light_something_new 3", "light light_something_new 3", std::nullopt,
-       std::nullopt},
+      {"light_something_new 3", "light light_something_new 3", std::nullopt, std::nullopt},
       {"light_set_state x", "light state x", std::nullopt, std::nullopt},
   };
   for (const auto& c : kCases) {

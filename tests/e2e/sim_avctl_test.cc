@@ -25,15 +25,11 @@ using ::testing::Not;
 
 // Runs |program| with |args| (cut after 10 s); returns its exit status, and
 // what it printed in |output|.
-int RunProgram(const std::string& program, const std::string& args,
-               std::string* output) {
-  FILE* out =
-      popen(("timeout 10 " + program + " " + args + " 2>&1").c_str(), "r");
+int RunProgram(const std::string& program, const std::string& args, std::string* output) {
+  FILE* out = popen(("timeout 10 " + program + " " + args + " 2>&1").c_str(), "r");
   char buffer[4096];
   output->clear();
-  while (size_t n = fread(buffer, 1, sizeof(buffer), out)) {
-    output->append(buffer, n);
-  }
+  while (size_t n = fread(buffer, 1, sizeof(buffer), out)) output->append(buffer, n);
   const int status = pclose(out);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -65,18 +61,13 @@ TEST(AvctlCommandLineTest, RefusesWhatItCannotDoAndSaysWhatToTry) {
       {AVCTL_BINARY, "bogus", 64, "unknown command bogus"},
       {AVCTL_BINARY, "--bogus status", 64, "unknown option --bogus"},
       {AVCTL_BINARY, "status now", 64, "status takes no arguments"},
-      {AVCTL_BINARY, "op succeed -1", 64,
-       "invalid operation ID -1: a number from 0 to"},
-      {AVCTL_BINARY, "op succeed 4294967296", 64,
-       "invalid operation ID 4294967296"},
-      {AVCTL_BINARY, "led vox x 4294967296", 64,
-       "invalid number of seconds 4294967296"},
+      {AVCTL_BINARY, "op succeed -1", 64, "invalid operation ID -1: a number from 0 to"},
+      {AVCTL_BINARY, "op succeed 4294967296", 64, "invalid operation ID 4294967296"},
+      {AVCTL_BINARY, "led vox x 4294967296", 64, "invalid number of seconds 4294967296"},
       // strtoull negates what follows a minus: this one would come out as 1.
-      {AVCTL_BINARY, "led vox x -18446744073709551615", 64,
-       "invalid number of seconds"},
+      {AVCTL_BINARY, "led vox x -18446744073709551615", 64, "invalid number of seconds"},
       {AVCTL_BINARY, "led vox x", 64, "led takes NAME VALUE SECONDS"},
-      {AVCTL_BINARY, "op succeed 4294967295", 1,
-       "or set DBUS_SYSTEM_BUS_ADDRESS"},
+      {AVCTL_BINARY, "op succeed 4294967295", 1, "or set DBUS_SYSTEM_BUS_ADDRESS"},
       {AVCTL_BINARY, "led vox x 4294967295", 1, "Run it inside the simulator"},
   };
   setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/bus", 1);

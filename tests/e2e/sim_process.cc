@@ -170,8 +170,9 @@ std::string SimProcess::Transcript() const {
   return out;
 }
 
-size_t SimProcess::Count(const std::string& prefix) const {
-  return std::count_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
+size_t SimProcess::Count(const std::string& prefix, size_t from) const {
+  from = std::min(from, lines_.size());
+  return std::count_if(lines_.begin() + from, lines_.end(), [&](const std::string& line) {
     return line.starts_with(prefix);
   });
 }

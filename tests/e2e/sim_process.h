@@ -64,8 +64,8 @@ class SimProcess {
   // Every line read so far, and all of them as one text for failure output.
   const std::vector<std::string>& lines() const { return lines_; }
   std::string Transcript() const;
-  // How many of them start with |prefix|.
-  size_t Count(const std::string& prefix) const;
+  // How many of them, from index |from| on, start with |prefix|.
+  size_t Count(const std::string& prefix, size_t from = 0) const;
 
   pid_t pid() const { return pid_; }
 
