@@ -6,7 +6,7 @@
 namespace morvane::ap {
 namespace {
 
-TEST(LibraryLogTest, LightControlLinesBecomeSimulatorLines) {
+TEST(LibraryLogTest, LibraryLinesBecomeSimulatorLines) {
   const struct {
     const char* raw;
     const char* line;
@@ -30,11 +30,8 @@ TEST(LibraryLogTest, LightControlLinesBecomeSimulatorLines) {
     EXPECT_EQ(out.light_state, c.state);
     EXPECT_EQ(out.brightness, c.brightness);
   }
-}
-
-// The known audio and metric lines are the end-to-end scenario's outcomes.
-// A clip is told by its exact size: a byte either side is another sound.
-TEST(LibraryLogTest, PlayOfAnotherSizeIsAnUnknownSound) {
+  // The known audio and metric lines are the end-to-end scenario's outcomes.
+  // A clip is told by its exact size: a byte either side is another sound.
   for (const char* bytes : {"1919", "1921", "67199", "67201"}) {
     EXPECT_EQ(TranslatePavoLine(std::string("play bytes=") + bytes, 67200, 1920).line,
               std::string("sound unknown bytes=") + bytes);

@@ -1,13 +1,10 @@
 // avctl against the production avd under the simulator: what it prints
 // follows what the daemon does.
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <poll.h>
 
 #include <cstdio>
 #include <string>
@@ -95,32 +92,10 @@ TEST(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
   sim.Expect("brightness 76");  // The configuration has arrived.
   const std::string bus = sim.After("bus started ");
   setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.substr(bus.find("address=") + 8).c_str(), 1);
-  // The monitor prints into a pipe; it is on the bus once the first status
-  // is there.
-  int pipe_fds[2];
-  ASSERT_EQ(pipe2(pipe_fds, O_CLOEXEC), 0);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, pipe_fds[1], 1);
-  pid_t monitor = -1;
-  char* argv[] = {const_cast<char*>(AVCTL_BINARY), const_cast<char*>("monitor"),
-                  nullptr};
-  ASSERT_EQ(posix_spawn(&monitor, AVCTL_BINARY, &actions, nullptr, argv, environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  close(pipe_fds[1]);
-  std::string changes;
-  // Reads the monitor's output until it holds |text|, for at most 10 s.
-  auto monitored = [&](const std::string& text) {
-    pollfd readable = {pipe_fds[0], POLLIN, 0};
-    char buffer[4096];
-    while (changes.find(text) == std::string::npos && poll(&readable, 1, 10'000) > 0) {
-      const ssize_t n = read(pipe_fds[0], buffer, sizeof(buffer));
-      if (n <= 0) break;
-      changes.append(buffer, n);
-    }
-    return changes.find(text) != std::string::npos;
-  };
-  ASSERT_TRUE(monitored("Audio server")) << changes;
+  // The monitor is on the bus once its first status is there.
+  SimProcess monitor;
+  ASSERT_TRUE(monitor.Run({AVCTL_BINARY, "monitor"}));
+  monitor.ExpectPrefix("    Audio server: ");
   std::string output;
   // avctl status says each of |parts|.
   auto status_says = [&](std::initializer_list<const char*> parts) {
@@ -149,18 +124,18 @@ TEST(SimAvctlTest, StatusAndMonitorFollowTheDaemonAndCallsReachIt) {
   EXPECT_THAT(output, HasSubstr("avctl: Failed to call SetLedState: "));
   EXPECT_THAT(output, HasSubstr("avd accepts the names \"vox\" and \"setup_activity\""));
 
-  EXPECT_TRUE(monitored("\nDecidingInput=vox LightState=6 "
-                        "TimedStates=vox:in_progress,wan_failure:\n"
-                        "Connected=yes TimedStates=vox:in_progress WanOnline=yes\n"
-                        "DecidingInput=connected LightState=1 TimedStates=\n"
-                        "Connected=no DecidingInput=not_connected "
-                        "GroupFailure=yes LightState=2\n"))
-      << changes;
-  kill(monitor, SIGTERM);
-  int wait_status = 0;
-  waitpid(monitor, &wait_status, 0);
-  close(pipe_fds[0]);
-  EXPECT_TRUE(WIFEXITED(wait_status) && WEXITSTATUS(wait_status) == 0);
+  // Each change of the status on a line of its own, in order.
+  monitor.Expect("Connected=no DecidingInput=not_connected GroupFailure=yes LightState=2");
+  std::string changes;
+  for (const std::string& line : monitor.lines()) changes += line + "\n";
+  EXPECT_THAT(changes, HasSubstr("\nDecidingInput=vox LightState=6 "
+                                 "TimedStates=vox:in_progress,wan_failure:\n"
+                                 "Connected=yes TimedStates=vox:in_progress WanOnline=yes\n"
+                                 "DecidingInput=connected LightState=1 TimedStates=\n"
+                                 "Connected=no DecidingInput=not_connected "
+                                 "GroupFailure=yes LightState=2\n"));
+  kill(monitor.pid(), SIGTERM);
+  EXPECT_EQ(monitor.WaitForExit(), std::optional<int>(0)) << monitor.Transcript();
 }
 
 }  // namespace

@@ -25,10 +25,7 @@ TEST(SimE2eTest, EveryCapabilityReachesTheDevice) {
   RunScenario(sim, SimProcess::kDefaultTimeoutMs,
               SimProcess::kDefaultTimeoutMs);
   // The restart flushed what the first daemon said: one press, one click.
-  EXPECT_EQ(sim.Count("sound touch_feedback frames=960 format=2 rate=48000 "
-                      "channels=1 device=0 bytes=1920 -> 0"),
-            1u)
-      << sim.Transcript();
+  EXPECT_EQ(sim.Count("sound touch_feedback "), 1u) << sim.Transcript();
 }
 
 // Each way of ending the simulator stops the daemon cleanly and leaves no

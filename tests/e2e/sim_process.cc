@@ -38,14 +38,18 @@ SimProcess::~SimProcess() {
 bool SimProcess::Start(const std::string& sim_binary,
                        const std::string& avd_binary,
                        const std::vector<std::string>& extra_args) {
-  int in[2];
-  int out[2];
-  // A failure here fails the test; the descriptors go with the process.
-  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return false;
   // Sound is captured, never played aloud by a test.
   std::vector<std::string> args = {sim_binary, "--script", "--sound=capture",
                                    "--avd=" + avd_binary};
   args.insert(args.end(), extra_args.begin(), extra_args.end());
+  return Run(args);
+}
+
+bool SimProcess::Run(std::vector<std::string> args) {
+  int in[2];
+  int out[2];
+  // A failure here fails the test; the descriptors go with the process.
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) return false;
   std::vector<char*> argv;
   for (std::string& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);

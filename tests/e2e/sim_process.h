@@ -10,10 +10,10 @@
 
 namespace morvane::ap {
 
-// Runs `ap-sim --script` with pipes on stdin and stdout (stderr joins
-// stdout) and lets a test wait for its output lines with a time-out. The
-// destructor kills the simulator by pid if it still runs, so a hung run
-// fails the test instead of hanging it.
+// Runs `ap-sim --script` (or another program: Run) with pipes on stdin and
+// stdout (stderr joins stdout) and lets a test wait for its output lines
+// with a time-out. The destructor kills the simulator by pid if it still
+// runs, so a hung run fails the test instead of hanging it.
 class SimProcess {
  public:
   static constexpr int64_t kDefaultTimeoutMs = 10'000;
@@ -30,6 +30,9 @@ class SimProcess {
   // Returns false if it cannot be started.
   bool Start(const std::string& sim_binary, const std::string& avd_binary,
              const std::vector<std::string>& extra_args = {});
+  // Starts |args| (a program's path, then its arguments) the same way:
+  // another program whose lines a test waits for, such as avctl's monitor.
+  bool Run(std::vector<std::string> args);
 
   // Sends one command line.
   bool Send(const std::string& command);

@@ -14,6 +14,7 @@
 #include "sim/ring_colours.h"
 #include "sim/timeline.h"
 #include "tests/e2e/sim_process.h"
+#include "tests/fixtures/temp_dir.h"
 
 namespace morvane::ap {
 namespace {
@@ -112,8 +113,7 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
   }
   const auto events = ReadEvents(kept.dir + "/events.log");
   const Image image = Render(svg);
-  std::ifstream svg_file(svg);
-  const std::string picture((std::istreambuf_iterator<char>(svg_file)), {});
+  const std::string picture = ReadFile(svg);
   const std::vector<TextBox> boxes = TextBoxes(picture);
   for (size_t i = 0; i < boxes.size(); ++i) {
     for (size_t j = i + 1; j < boxes.size(); ++j) {
@@ -134,7 +134,7 @@ TEST(SimRecordTest, TheTimelineShowsTheRingsStatesWhenTheyWere) {
   ASSERT_GT(boxes.size(), 30u);
 
   // The timeline ends when it is written, just before it says so.
-  ASSERT_FALSE(events.empty());
+  ASSERT_GE(events.size(), 3u);
   const int64_t end_ms = events[events.size() - 3].first;
   ASSERT_TRUE(events[events.size() - 3].second.starts_with("timeline "));
   std::map<int, int> checked;  // State: stretches checked.
