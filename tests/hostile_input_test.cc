@@ -74,6 +74,7 @@ TEST_F(HostileInputTest, FileLinesThatCannotBeReadCostOnlyThemselves) {
       {"VPD empty", "\"ps_calibration\"=", "", "", "(): not enclosed"},
       {"VPD one character", "\"ps_calibration\"=\"", "", "", "(\"): not enclosed"},
       {"VPD unquoted", "\"ps_calibration\"=100", "", "", "(100): not enclosed"},
+      {"VPD open quote", "\"ps_calibration\"=\"100", "", "", "(\"100): not enclosed"},
       {"VPD forged line", "\"ps_calibration\"=x\r<0>avd: forged\x1b[2J", "", "",
        "(x\\r<0>avd: forged\\x1b[2J): not enclosed"},
       {"settings without '='", "", "export PATH\n", "", "line 1 of "},
