@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <systemd/sd-bus.h>
 
 #include <mutex>
@@ -31,41 +30,33 @@ class UpstartPeer {
 
  private:
   int Serve(sd_bus_message* m) {
-    const std::string member = sd_bus_message_get_member(m);
-    std::string call = sd_bus_message_get_path(m) + (" " + member);
+    const std::string path = sd_bus_message_get_path(m);
+    std::string call = path + " " + sd_bus_message_get_member(m);
     const char* text = nullptr;
-    if (member == "EmitEvent" || member == "GetJobByName") {
-      sd_bus_message_read(m, "s", &text);
-      call += std::string(" ") + text;
-    }
-    if (member == "EmitEvent" || member == "Start") {
-      char** env = nullptr;
-      sd_bus_message_read_strv(m, &env);
-      for (char** e = env; e && *e; ++e) call += std::string(" ") + *e;
-      for (char** e = env; e && *e; ++e) free(*e);
-      free(env);
-    }
     int wait = 0;
-    if (sd_bus_message_read(m, "b", &wait) > 0) call += wait ? " wait" : " nowait";
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      calls_.push_back(call);
+    if (sd_bus_message_read(m, "s", &text) > 0) call += std::string(" ") + text;
+    if (sd_bus_message_enter_container(m, 'a', "s") > 0) {
+      const char* env = nullptr;
+      while (sd_bus_message_read(m, "s", &env) > 0) call += std::string(" ") + env;
+      sd_bus_message_exit_container(m);
     }
-    if (member == "GetJobByName") {
-      const std::string job = text;
-      const std::string path = "/com/ubuntu/Upstart/jobs/" + job;
-      if (job == "failing") {
+    if (sd_bus_message_read(m, "b", &wait) > 0) call += wait ? " wait" : " nowait";
+    std::unique_lock<std::mutex> lock(mutex_);
+    calls_.push_back(call);
+    lock.unlock();
+    if (sd_bus_message_is_method_call(m, nullptr, "GetJobByName")) {
+      if (std::string(text) == "failing") {
         return sd_bus_reply_method_errorf(m, "com.ubuntu.Upstart0_6.Error.UnknownJob",
                                           "Unknown job: %s", text);
       }
-      return sd_bus_reply_method_return(m, "o", path.c_str());
+      return sd_bus_reply_method_return(
+          m, "o", ("/com/ubuntu/Upstart/jobs/" + std::string(text)).c_str());
     }
-    const std::string job = sd_bus_message_get_path(m);
-    if (member == "GetAllInstances") {
-      return sd_bus_reply_method_return(m, "ao", 2, (job + "/a").c_str(),
-                                        (job + "/b").c_str());
+    if (sd_bus_message_is_method_call(m, nullptr, "GetAllInstances")) {
+      return sd_bus_reply_method_return(m, "ao", 2, (path + "/a").c_str(),
+                                        (path + "/b").c_str());
     }
-    if (job == "/com/ubuntu/Upstart/jobs/stuck/a") {
+    if (path == "/com/ubuntu/Upstart/jobs/stuck/a") {
       return sd_bus_reply_method_errorf(m, "com.ubuntu.Upstart0_6.Error.Busy",
                                         "busy");
     }
@@ -79,7 +70,9 @@ class UpstartPeer {
 
 class UpstartClientTest : public BusTest {};
 
-TEST_F(UpstartClientTest, SendsEventsAndJobCommandsAsUpstartTakesThem) {
+// A reply of the wrong shape and a time-out come from the object proxy,
+// whose tests show them.
+TEST_F(UpstartClientTest, SendsCommandsAsUpstartTakesThemAndPassesOnItsErrors) {
   UpstartPeer upstart(*daemon_);
 
   UpstartClient().EmitEvent("ap-wan-online", {}, false);
@@ -89,7 +82,16 @@ TEST_F(UpstartClientTest, SendsEventsAndJobCommandsAsUpstartTakesThem) {
   EXPECT_TRUE(client.StartJob("ok", {"X=y"}, false, &error));
   EXPECT_TRUE(client.StopJob("ok", true, &error));
   EXPECT_FALSE(error);
+  EXPECT_FALSE(client.StartJob("failing", {}, false, &error));
+  ErrorPtr stop_error;
+  EXPECT_FALSE(client.StopJob("stuck", true, &stop_error));
 
+  ASSERT_TRUE(error && stop_error);
+  EXPECT_EQ(error->domain(), kDbusErrorDomain);
+  EXPECT_EQ(error->code(), "com.ubuntu.Upstart0_6.Error.UnknownJob");
+  EXPECT_EQ(error->message(), "Unknown job: failing");
+  EXPECT_EQ(stop_error->code(), "com.ubuntu.Upstart0_6.Error.Busy");
+  // The instance after the one that failed is stopped all the same.
   EXPECT_THAT(
       upstart.calls(),
       ElementsAre("/com/ubuntu/Upstart EmitEvent ap-wan-online nowait",
@@ -99,30 +101,12 @@ TEST_F(UpstartClientTest, SendsEventsAndJobCommandsAsUpstartTakesThem) {
                   "/com/ubuntu/Upstart GetJobByName ok",
                   "/com/ubuntu/Upstart/jobs/ok GetAllInstances",
                   "/com/ubuntu/Upstart/jobs/ok/a Stop wait",
-                  "/com/ubuntu/Upstart/jobs/ok/b Stop wait"));
-}
-
-// A reply of the wrong shape and a time-out come from the object proxy,
-// whose tests show them.
-TEST_F(UpstartClientTest, FailureOfUpstartReachesTheCallerAsItsDbusError) {
-  UpstartPeer upstart(*daemon_);
-  ErrorPtr error;
-
-  ErrorPtr stop_error;
-
-  EXPECT_FALSE(UpstartClient().StartJob("failing", {}, false, &error));
-  const size_t started = upstart.calls().size();
-  EXPECT_FALSE(UpstartClient().StopJob("stuck", true, &stop_error));
-
-  ASSERT_TRUE(error && stop_error);
-  EXPECT_EQ(error->domain(), kDbusErrorDomain);
-  EXPECT_EQ(error->code(), "com.ubuntu.Upstart0_6.Error.UnknownJob");
-  EXPECT_EQ(error->message(), "Unknown job: failing");
-  EXPECT_EQ(stop_error->code(), "com.ubuntu.Upstart0_6.Error.Busy");
-  EXPECT_EQ(started, 1u);
-  // The instance after the one that failed is stopped all the same.
-  EXPECT_EQ(upstart.calls().back(),
-            "/com/ubuntu/Upstart/jobs/stuck/b Stop wait");
+                  "/com/ubuntu/Upstart/jobs/ok/b Stop wait",
+                  "/com/ubuntu/Upstart GetJobByName failing",
+                  "/com/ubuntu/Upstart GetJobByName stuck",
+                  "/com/ubuntu/Upstart/jobs/stuck GetAllInstances",
+                  "/com/ubuntu/Upstart/jobs/stuck/a Stop wait",
+                  "/com/ubuntu/Upstart/jobs/stuck/b Stop wait"));
 }
 
 }  // namespace
