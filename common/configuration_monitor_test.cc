@@ -11,78 +11,50 @@ namespace {
 
 using ::testing::ElementsAre;
 
-class ConfigurationMonitorTest : public BusTest {
- protected:
-  void SetUp() override {
-    BusTest::SetUp();
-    if (HasFatalFailure()) return;
-    controller_ = std::make_unique<ControllerPeer>(
-        loop_->event(), daemon_->address(), [](const std::string&) {});
-    monitor_ = std::make_unique<ConfigurationMonitor>(bus_);
-  }
+class ConfigurationMonitorTest : public BusTest {};
 
-  // Records every delivery as "config <intensity>" or "state <interface>".
-  void Follow() {
-    monitor_->SetDeviceConfigurationChangedCallback(
-        [this](const DeviceConfiguration& config) {
-          deliveries_.push_back("config " +
-                                std::to_string(config.light_intensity()));
-        });
-    monitor_->SetRuntimeStateChangedCallback([this](const RuntimeState& state) {
-      deliveries_.push_back("state " + state.wan_interface());
-    });
-  }
-
-  void SetIntensity(int percent) {
-    DeviceConfiguration config;
-    config.set_light_intensity(percent);
-    controller_->SetConfiguration(config);
-  }
-
-  void WaitForDeliveries(size_t count) {
-    RunUntil([&] { return deliveries_.size() >= count; });
-  }
-
-  std::unique_ptr<ControllerPeer> controller_;
-  std::unique_ptr<ConfigurationMonitor> monitor_;
-  std::vector<std::string> deliveries_;
-};
-
-TEST_F(ConfigurationMonitorTest, DeliversEachRecordOnItsOwnChangesAndRestarts) {
-  Follow();
-  SetIntensity(55);
+TEST_F(ConfigurationMonitorTest, DeliversRecordsOnChangesAndRestartsAndToLateFollowers) {
+  ControllerPeer controller(loop_->event(), daemon_->address(),
+                            [](const std::string&) {});
+  ConfigurationMonitor monitor(bus_);
+  controller.SetConfiguration(DeviceConfiguration());  // zero bytes
   RuntimeState state;
   state.set_wan_interface("wan0");
-  controller_->SetRuntimeState(state);
-  ASSERT_TRUE(controller_->Start(nullptr));
-  WaitForDeliveries(2);
+  controller.SetRuntimeState(state);
+  ASSERT_TRUE(controller.Start(nullptr));
+  RunUntil([&] { return monitor.device_configuration() != nullptr; });
+  EXPECT_NE(monitor.GetConfigurationProxy(), nullptr);
 
-  SetIntensity(60);
-  WaitForDeliveries(3);
-  controller_->SetRuntimeState(RuntimeState());  // zero bytes
-  WaitForDeliveries(4);
-  controller_->Stop();
-  ASSERT_TRUE(controller_->Start(nullptr));
-  WaitForDeliveries(6);
+  // Each delivery as "config <intensity>" or "state <interface>". Kept
+  // records reach a follower that comes late at once, once each; the empty
+  // record reads as the schema's defaults (intensity 30).
+  std::vector<std::string> deliveries;
+  const auto follow = [&] {
+    monitor.SetDeviceConfigurationChangedCallback(
+        [&](const DeviceConfiguration& config) {
+          deliveries.push_back("config " + std::to_string(config.light_intensity()));
+        });
+    monitor.SetRuntimeStateChangedCallback([&](const RuntimeState& state) {
+      deliveries.push_back("state " + state.wan_interface());
+    });
+  };
+  follow();
+  DeviceConfiguration config;
+  config.set_light_intensity(55);
+  controller.SetConfiguration(config);
+  controller.SetRuntimeState(RuntimeState());  // zero bytes
+  RunUntil([&] { return deliveries.size() >= 4; });
+  controller.Stop();
+  ASSERT_TRUE(controller.Start(nullptr));
+  RunUntil([&] { return deliveries.size() >= 6; });
+  // And kept after the controller left.
+  controller.Stop();
+  RunUntil([&] { return monitor.GetConfigurationProxy() == nullptr; });
+  follow();
 
-  EXPECT_THAT(deliveries_, ElementsAre("config 55", "state wan0", "config 60",
-                                       "state ", "config 60", "state "));
-  EXPECT_NE(monitor_->GetConfigurationProxy(), nullptr);
-}
-
-TEST_F(ConfigurationMonitorTest, KeepsRecordsForLateFollowersAndAfterLeaving) {
-  controller_->SetConfiguration(DeviceConfiguration());  // zero bytes
-  ASSERT_TRUE(controller_->Start(nullptr));
-  RunUntil([&] { return monitor_->device_configuration() != nullptr; });
-  controller_->Stop();
-  RunUntil([&] { return monitor_->GetConfigurationProxy() == nullptr; });
-
-  Follow();
-
-  // Delivered at once, once each; the empty record reads as the schema's
-  // defaults (intensity 30).
-  EXPECT_THAT(deliveries_, ElementsAre("config 30", "state "));
-  EXPECT_NE(monitor_->device_configuration(), nullptr);
+  EXPECT_THAT(deliveries,
+              ElementsAre("config 30", "state wan0", "config 55", "state ",
+                          "config 55", "state ", "config 55", "state "));
 }
 
 }  // namespace
