@@ -24,6 +24,7 @@ namespace morvane::ap {
 using ::testing::_;
 using ::testing::DoAll;
 using ::testing::ElementsAre;
+using ::testing::InvokeWithoutArgs;
 using ::testing::IsEmpty;
 using ::testing::NiceMock;
 using ::testing::Return;
@@ -54,16 +55,11 @@ class AudioVisualDaemonTest : public BusTest {
     BusTest::SetUp();
     if (HasFatalFailure()) return;
     for (const char* name : kVariables) setenv(name, dir_.Path(name).c_str(), 1);
-    ON_CALL(lighting_, SetState).WillByDefault([this](int state) {
-      shown_ = state;
-      return 0;
-    });
+    ON_CALL(lighting_, SetState)
+        .WillByDefault(DoAll(SaveArg<0>(&shown_), Return(0)));
     ON_CALL(lighting_, SetStateWithTransition)
-        .WillByDefault([this](int state, int) {
-          shown_ = state;
-          ++transitions_;
-          return 0;
-        });
+        .WillByDefault(DoAll(SaveArg<0>(&shown_),
+                             InvokeWithoutArgs([this] { ++transitions_; }), Return(0)));
     avd_.status_object_ = std::make_unique<ExportedObject>(
         nullptr, bus_, org::tessaly::ap::AudioVisual::kStatusPath);
     avd_.status_ = std::make_unique<org::tessaly::ap::AudioVisual::StatusAdaptor>(
@@ -273,7 +269,18 @@ TEST_F(AudioVisualDaemonTest, AutomaticIntensityFollowsTheAmbientEveryTwoSeconds
 TEST_F(AudioVisualDaemonTest, SetupStateReachesTheRingAndCompletionChimesOnce) {
   SetNetworkCreationClip(std::string(8, '\0'));  // two stereo frames
   DeviceConfiguration config;
+  LogCapture log;
+  // Without the setup state a configuration is ignored.
+  ON_CALL(proxy_, GetSetupCompleted).WillByDefault(Return(false));
+  Deliver(config);
+  ON_CALL(*monitor_, GetConfigurationProxy).WillByDefault(Return(nullptr));
+  Deliver(config);
+  EXPECT_THAT(LightCalls(), IsEmpty());
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Could not read if setup was completed",
+                          "Could not read if setup was completed"));
 
+  ON_CALL(*monitor_, GetConfigurationProxy).WillByDefault(Return(&proxy_));
   Configure(config, false);
   EXPECT_EQ(shown_, kLightStateSetup);
   Configure(config, true);
@@ -289,20 +296,15 @@ TEST_F(AudioVisualDaemonTest, SetupStateReachesTheRingAndCompletionChimesOnce) {
                           "device=0 bytes=8 -> 0"));
 }
 
-TEST_F(AudioVisualDaemonTest, ConfigurationWithoutSetupStateIsIgnored) {
-  LogCapture log;
-  ON_CALL(proxy_, GetSetupCompleted).WillByDefault(Return(false));
-  Deliver(DeviceConfiguration());
-  ON_CALL(*monitor_, GetConfigurationProxy).WillByDefault(Return(nullptr));
-  Deliver(DeviceConfiguration());
-
-  EXPECT_THAT(LightCalls(), IsEmpty());
-  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
-              ElementsAre("Could not read if setup was completed",
-                          "Could not read if setup was completed"));
-}
-
 TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
+  // Nothing to prioritise: no device, no duration, a bridge, no
+  // configuration at all. These waves come first and write nothing.
+  DeviceConfiguration none;
+  DeviceConfiguration zero;
+  zero.mutable_default_prioritized_device()->set_mac_address("02:aa");
+  DeviceConfiguration bridge;
+  bridge.mutable_default_prioritized_device()->set_expiration_time(600);
+  bridge.set_enable_bridge_mode(true);
   DeviceConfiguration config;
   config.mutable_default_prioritized_device()->set_mac_address("02:aa");
   config.mutable_default_prioritized_device()->set_expiration_time(600);
@@ -314,7 +316,12 @@ TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
   DeviceConfiguration written;
   EXPECT_CALL(*monitor_, WriteDeviceConfiguration)
       .WillOnce(DoAll(SaveArg<0>(&written), Return(true)));
+  LogCapture log;
 
+  for (const DeviceConfiguration* current : {&none, &zero, &bridge}) {
+    Wave(current);
+  }
+  Wave(nullptr);
   Wave(&config);
 
   EXPECT_EQ(written.prioritized_device().mac_address(), "02:aa");
@@ -324,7 +331,12 @@ TEST_F(AudioVisualDaemonTest, WavePrioritisesTheDefaultDeviceForItsDuration) {
   EXPECT_EQ(written.SerializeAsString(), config.SerializeAsString());
   EXPECT_EQ(transitions_, 1);
   EXPECT_THAT(Calls("METRICS_LOG"),
-              ElementsAre("enum AccessPoint.PrioritizeEvent 1 3"));
+              ElementsAre("enum AccessPoint.PrioritizeEvent 2 3",
+                          "enum AccessPoint.PrioritizeEvent 2 3",
+                          "enum AccessPoint.PrioritizeEvent 2 3",
+                          "enum AccessPoint.PrioritizeEvent 1 3"));
+  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
+              ElementsAre("Unable to get current device configuration"));
 }
 
 // 2147483647, the largest second the field holds, is also a "forever" a
@@ -344,29 +356,6 @@ TEST(PrioritizeDefaultDeviceTest, ExpirySaturatesAtTheFieldsLargestSecond) {
     EXPECT_EQ(written.prioritized_device().expiration_time(), expiry_s)
         << now_us << " + " << duration_s << " s";
   }
-}
-
-TEST_F(AudioVisualDaemonTest, WaveWithNothingToPrioritiseWritesNothing) {
-  EXPECT_CALL(*monitor_, WriteDeviceConfiguration).Times(0);
-  DeviceConfiguration none;
-  DeviceConfiguration zero;
-  zero.mutable_default_prioritized_device()->set_mac_address("02:aa");
-  DeviceConfiguration bridge;
-  bridge.mutable_default_prioritized_device()->set_expiration_time(600);
-  bridge.set_enable_bridge_mode(true);
-  LogCapture log;
-
-  for (const DeviceConfiguration* config : {&none, &zero, &bridge}) {
-    Wave(config);
-  }
-  Wave(nullptr);
-
-  EXPECT_THAT(Calls("METRICS_LOG"),
-              ElementsAre("enum AccessPoint.PrioritizeEvent 2 3",
-                          "enum AccessPoint.PrioritizeEvent 2 3",
-                          "enum AccessPoint.PrioritizeEvent 2 3"));
-  EXPECT_THAT(log.Messages(google::GLOG_WARNING),
-              ElementsAre("Unable to get current device configuration"));
 }
 
 constexpr char kVpdCache[] = "/var/cache/vpd/full-v2.txt";
