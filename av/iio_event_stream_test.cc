@@ -23,14 +23,6 @@ class IioEventStreamTest : public testing::Test {
     if (pipe_[1] >= 0) close(pipe_[1]);
   }
 
-  // The stream over the pipe, recording what it delivers.
-  std::unique_ptr<IioEventStream> Stream() {
-    auto stream = std::make_unique<FakeIioEventStream>(pipe_[0], &loop_);
-    stream->set_event_callback(
-        [this](const IioEvent& event) { delivered_.push_back(event.id); });
-    return stream;
-  }
-
   void Send(uint64_t id, int64_t timestamp_ns) {
     const IioEvent event{id, timestamp_ns};
     ASSERT_EQ(write(pipe_[1], &event, sizeof(event)), 16);
@@ -38,12 +30,14 @@ class IioEventStreamTest : public testing::Test {
 
   FakeTaskLoop loop_;
   int pipe_[2];
-  std::vector<uint64_t> delivered_;
 };
 
 TEST_F(IioEventStreamTest, DeliversEveryWholeRecordAndDropsOddOnes) {
-  std::unique_ptr<IioEventStream> stream = Stream();
-  ASSERT_TRUE(stream->Start());
+  FakeIioEventStream stream(pipe_[0], &loop_);
+  std::vector<uint64_t> delivered;
+  stream.set_event_callback(
+      [&](const IioEvent& event) { delivered.push_back(event.id); });
+  ASSERT_TRUE(stream.Start());
   LogCapture log;
 
   Send(1, 10);
@@ -54,7 +48,7 @@ TEST_F(IioEventStreamTest, DeliversEveryWholeRecordAndDropsOddOnes) {
   Send(3, 30);
   loop_.RunUntilIdle();
 
-  EXPECT_THAT(delivered_, ElementsAre(1u, 2u, 3u));
+  EXPECT_THAT(delivered, ElementsAre(1u, 2u, 3u));
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre("Event size different than expected: 8"));
 }

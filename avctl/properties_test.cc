@@ -10,20 +10,6 @@ using ::testing::HasSubstr;
 
 constexpr int64_t kNowUs = 1'700'000'000'000'000;
 
-// The status with the grace period's and an operation's deadlines |grace_us|
-// and |vox_us| from now.
-std::string StatusWithDeadlines(int64_t grace_us, int64_t vox_us) {
-  Properties properties;
-  properties["LightState"].number = 6;
-  properties["DecidingInput"].text = "wan_failure";
-  properties["TimedStates"].strings = {{"vox", "in_progress"},
-                                       {"wan_failure", ""}};
-  properties["TimedStateDeadlines"].numbers = {
-      {"vox", static_cast<uint64_t>(kNowUs + vox_us)},
-      {"wan_failure", static_cast<uint64_t>(kNowUs + grace_us)}};
-  return FormatStatus(properties, kNowUs);
-}
-
 TEST(FormatStatusTest, TimeLeftIsRoundedUpToWholeSeconds) {
   const struct {
     int64_t left_us;
@@ -34,7 +20,14 @@ TEST(FormatStatusTest, TimeLeftIsRoundedUpToWholeSeconds) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.left_us);
-    const std::string status = StatusWithDeadlines(c.left_us, c.left_us);
+    // The grace period and an operation, both ending |left_us| from now.
+    Properties properties;
+    properties["LightState"].number = 6;
+    properties["DecidingInput"].text = "wan_failure";
+    properties["TimedStates"].strings = {{"vox", "in_progress"}, {"wan_failure", ""}};
+    const uint64_t deadline = kNowUs + c.left_us;
+    properties["TimedStateDeadlines"].numbers = {{"vox", deadline}, {"wan_failure", deadline}};
+    const std::string status = FormatStatus(properties, kNowUs);
     EXPECT_THAT(status, HasSubstr(std::string("vox \"in_progress\", ") + c.shown));
     EXPECT_THAT(status, HasSubstr(std::string("start-up grace period (wan_failure), ") +
                                   c.shown));

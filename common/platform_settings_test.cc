@@ -7,24 +7,17 @@
 namespace morvane::ap {
 namespace {
 
-// Writes |text| to a file named after the running test (ctest runs this
-// file's tests in parallel) and loads it.
-PlatformSettings Load(const std::string& text) {
-  const std::string path =
-      testing::TempDir() + "/" +
-      testing::UnitTest::GetInstance()->current_test_info()->name() + ".sh";
-  std::ofstream(path) << text;
-  return PlatformSettings(path);
-}
-
-TEST(PlatformSettingsTest, StringsMustBeSingleQuotedWords) {
-  const PlatformSettings settings = Load(
-      "PLATFORM_SETUP_SSID_MODEL='it'\"'\"'s'\n"
-      "EMPTY=''\n"
-      "LONE_QUOTE='\n"
-      "OPEN_ONLY='/dev/input/event0\n"
-      "PLATFORM_TOUCH_INPUT_EVENT_PATH=/dev/input/event0\n"
-      "ONLY_ESCAPE='\"'\"'\n");
+TEST(PlatformSettingsTest, StringsAreSingleQuotedWordsAndFlagsBareOneOrZero) {
+  const std::string path = testing::TempDir() + "/platform_settings_test.sh";
+  std::ofstream(path) << "PLATFORM_SETUP_SSID_MODEL='it'\"'\"'s'\n"
+                         "EMPTY=''\n"
+                         "LONE_QUOTE='\n"
+                         "OPEN_ONLY='/dev/input/event0\n"
+                         "PLATFORM_TOUCH_INPUT_EVENT_PATH=/dev/input/event0\n"
+                         "ONLY_ESCAPE='\"'\"'\n"
+                         "PLATFORM_HAS_A=1\nPLATFORM_HAS_B=0\nPLATFORM_HAS_C='1'\n"
+                         "PLATFORM_HAS_D=yes\nPLATFORM_HAS_E=1 \n";
+  const PlatformSettings settings(path);
   std::string model, empty = "x", escape, rejected = "untouched";
 
   EXPECT_TRUE(settings.GetSetupSsidModel(&model));
@@ -40,19 +33,13 @@ TEST(PlatformSettingsTest, StringsMustBeSingleQuotedWords) {
                                         &rejected));
   EXPECT_EQ(rejected, "untouched");
   EXPECT_EQ(settings.GetTouchInputEventPath(), "");
-}
-
-TEST(PlatformSettingsTest, FlagsAreOnlyBareOneOrZero) {
-  const PlatformSettings settings = Load(
-      "PLATFORM_HAS_A=1\nPLATFORM_HAS_B=0\nPLATFORM_HAS_C='1'\n"
-      "PLATFORM_HAS_D=yes\nPLATFORM_HAS_E=1 \n");
-  bool flag = true;
 
   EXPECT_TRUE(settings.HasFeature("A"));
   for (const char* name : {"B", "C", "D", "E", "ABSENT"}) {
     EXPECT_FALSE(settings.HasFeature(name)) << name;
   }
   // "0" is a value, not an absent flag.
+  bool flag = true;
   EXPECT_TRUE(settings.GetBooleanFlag("PLATFORM_HAS_B", &flag));
   EXPECT_FALSE(flag);
 }

@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(LightConfigTest, FileOverridesTheDefaultsItNames) {
+TEST(LightConfigTest, FilesOverrideTheDefaultsTheyName) {
   LightConfig config = DefaultLightConfig();
   std::vector<std::string> problems;
 
@@ -36,6 +36,12 @@ TEST(LightConfigTest, FileOverridesTheDefaultsItNames) {
   EXPECT_EQ(config.ambient_full_scale_lux, 80);
   // Untouched keys keep their defaults.
   EXPECT_EQ(config.states[6].colour, (Rgb{160, 0, 255}));
+
+  // The example file shipped beside the library parses cleanly.
+  LightConfig example;
+  ParseLightConfig(ReadFile(LIGHTCONTROL_SYSFS_EXAMPLE), &example, &problems);
+  EXPECT_THAT(problems, IsEmpty());
+  EXPECT_EQ(example.states.size(), DefaultLightConfig().states.size());
 }
 
 TEST(LightConfigTest, MalformedLineIsNamedAndLeavesItsKeyAlone) {
@@ -71,16 +77,6 @@ TEST(LightConfigTest, MalformedLineIsNamedAndLeavesItsKeyAlone) {
     EXPECT_THAT(config.ring, IsEmpty());
     EXPECT_EQ(config.states[4].colour, (Rgb{255, 0, 0}));
   }
-}
-
-TEST(LightConfigTest, ExampleFileParsesCleanly) {
-  LightConfig config;
-  std::vector<std::string> problems;
-
-  ParseLightConfig(ReadFile(LIGHTCONTROL_SYSFS_EXAMPLE), &config, &problems);
-
-  EXPECT_THAT(problems, IsEmpty());
-  EXPECT_EQ(config.states.size(), DefaultLightConfig().states.size());
 }
 
 }  // namespace
