@@ -39,10 +39,6 @@ class VantleClientTest : public BusTest {
                        types, args...);
   }
 
-  void WaitForStates(size_t count) {
-    RunUntil([&] { return states_.size() >= count; });
-  }
-
   std::unique_ptr<TestPeer> peer_;
   std::vector<std::string> states_;
 };
@@ -54,17 +50,17 @@ TEST_F(VantleClientTest, FollowsTheStateAcrossSignalsAndRestarts) {
       [this](const std::string& state) { states_.push_back(state); });
 
   StartPeer("online");
-  WaitForStates(2);
+  RunUntil([&] { return states_.size() >= 2; });
   Signal("sv", "Technology", "s", "wifi");
   Signal("sv", "ConnectionState", "u", 5);
   Signal("sv", "ConnectionState", "s", "");
   Signal("sv", "ConnectionState", "s", "ready");
   Signal("sv", "ConnectionState", "s", "ready");  // No change: not handed on.
-  WaitForStates(3);
+  RunUntil([&] { return states_.size() >= 3; });
   peer_.reset();
-  WaitForStates(4);
+  RunUntil([&] { return states_.size() >= 4; });
   StartPeer("online");
-  WaitForStates(5);
+  RunUntil([&] { return states_.size() >= 5; });
 
   EXPECT_THAT(states_,
               ElementsAre("offline", "online", "ready", "offline", "online"));
