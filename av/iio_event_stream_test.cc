@@ -95,12 +95,10 @@ TEST(IioEventStreamDeviceTest, ANodeThatIsNoIioDeviceFailsWithoutLeaking) {
   const size_t before = OpenDescriptors();
 
   IioEventStream stream("/dev/null", &loop);
-  const bool started = stream.Start();
+  EXPECT_FALSE(stream.Start());
   IioEventStream missing("/nonexistent/iio:device0", &loop);
-  const bool missing_started = missing.Start();
+  EXPECT_FALSE(missing.Start());
 
-  EXPECT_FALSE(started);
-  EXPECT_FALSE(missing_started);
   EXPECT_EQ(OpenDescriptors(), before);
   EXPECT_THAT(log.Messages(google::GLOG_WARNING),
               ElementsAre("Could not get event descriptor from device "

@@ -48,10 +48,6 @@ class InputMonitorTest : public testing::Test {
     ASSERT_TRUE(monitor_->Start(nullptr));
   }
 
-  std::vector<std::string> Warnings() const {
-    return log_.Messages(google::GLOG_WARNING);
-  }
-
   FakeTaskLoop loop_;
   FakeInputDevice device_;
   int monitor_fd_ = -1;
@@ -97,7 +93,8 @@ TEST_F(InputMonitorTest, DeliversPendingRecordsInOrderAndDropsShortReads) {
                           FieldsAre(5'000'001, EV_KEY, KEY_WPS_BUTTON, 0),
                           FieldsAre(saturated, 0, 0, 0),
                           FieldsAre(0, EV_KEY, KEY_WPS_BUTTON, 2)));
-  EXPECT_THAT(Warnings(), ElementsAre("Unexpected event size: 8"));
+  EXPECT_THAT(log_.Messages(google::GLOG_WARNING),
+              ElementsAre("Unexpected event size: 8"));
   EXPECT_EQ(loop_.PendingTaskCount(), 1u);
 }
 
@@ -115,8 +112,9 @@ TEST_F(InputMonitorTest, ReadErrorOrEndOfStreamClosesTheDeviceInsteadOfSpinning)
 
   loop_.RunUntilIdle();
 
-  EXPECT_THAT(Warnings(), ElementsAre("Failed to read event: Is a directory",
-                                      "Failed to read event: end of stream"));
+  EXPECT_THAT(log_.Messages(google::GLOG_WARNING),
+              ElementsAre("Failed to read event: Is a directory",
+                          "Failed to read event: end of stream"));
   EXPECT_EQ(fcntl(monitor_fd_, F_GETFD), -1) << "descriptor still open";
 }
 
