@@ -259,6 +259,9 @@ TEST_F(AudioVisualDaemonTest, BrightnessFollowsTheAmbientEveryTwoSecondsOrTheInt
   Configure(other);
   EXPECT_THAT(LightCalls(), IsEmpty());
   EXPECT_THAT(quiet.Messages(google::GLOG_INFO), IsEmpty());
+  // A lower intensity is a change too.
+  Configure(30);
+  EXPECT_THAT(LightCalls(), ElementsAre("light_set_master_brightness 76"));
 }
 
 TEST_F(AudioVisualDaemonTest, SetupStateReachesTheRingAndCompletionChimesOnce) {
