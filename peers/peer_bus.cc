@@ -23,16 +23,7 @@ int64_t MonotonicMs() {
 
 }  // namespace
 
-std::string PrivateBusConfig(const std::string& socket_path,
-                             const std::string& policies) {
-  return R"(<!DOCTYPE busconfig PUBLIC
- "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=)" + socket_path + R"(</listen>
-  <auth>EXTERNAL</auth>
-)" + (policies.empty() ? R"(  <policy context="default">
+const char kOpenBusPolicy[] = R"(  <policy context="default">
     <allow user="*"/>
     <allow own="*"/>
     <allow send_type="method_call"/>
@@ -44,7 +35,18 @@ std::string PrivateBusConfig(const std::string& socket_path,
     <allow receive_type="method_return"/>
     <allow receive_type="error"/>
   </policy>
-)" : policies) + "</busconfig>\n";
+)";
+
+std::string PrivateBusConfig(const std::string& socket_path,
+                             const std::string& policies) {
+  return R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=)" + socket_path + R"(</listen>
+  <auth>EXTERNAL</auth>
+)" + policies + "</busconfig>\n";
 }
 
 std::unique_ptr<ChildProcess> StartBusDaemon(

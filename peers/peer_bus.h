@@ -13,11 +13,15 @@ typedef struct sd_bus_vtable sd_bus_vtable;
 
 namespace morvane::ap {
 
+// The <policy> element of a private bus on which everyone may do
+// everything.
+extern const char kOpenBusPolicy[];
+
 // The configuration of a private bus in the system bus's shape (type,
 // socket at |socket_path|, EXTERNAL authentication) with |policies| (its
-// <policy> elements); by default everyone may do everything.
+// <policy> elements).
 std::string PrivateBusConfig(const std::string& socket_path,
-                             const std::string& policies = "");
+                             const std::string& policies = kOpenBusPolicy);
 
 // Starts dbus-daemon with the configuration file |config| as a child
 // watched on |event|, and waits (at most 10 s) until it prints the address
